@@ -1,0 +1,76 @@
+// Shared helpers of the test programs: plain reference loops, reproducible
+// random matrices, environment guards and a runner for the real binary.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace testsupport {
+
+// Column-major m by n matrix with leading dimension ld >= m; entries outside
+// the m rows are filled with a marker so that stray writes can be seen.
+struct Matrix {
+  int m = 0, n = 0, ld = 1;
+  std::vector<double> v;
+  Matrix() = default;
+  Matrix(int rows, int cols, int lead = 0, double fill = 0.0);
+  double& operator()(int i, int j) { return v[static_cast<size_t>(i) + static_cast<size_t>(j) * ld]; }
+  double operator()(int i, int j) const { return v[static_cast<size_t>(i) + static_cast<size_t>(j) * ld]; }
+  double* data() { return v.data(); }
+  const double* data() const { return v.data(); }
+};
+
+// Uniform numbers in [-0.5, 0.5) from a fixed seed (splitmix64).
+struct Random {
+  uint64_t state;
+  explicit Random(uint64_t seed = 1) : state(seed) {}
+  uint64_t next();
+  double uniform();  // [-0.5, 0.5)
+};
+void fill_random(Matrix& a, Random& r);
+
+// C := alpha * op(A) * op(B) + beta * C, by the textbook triple loop; beta 0
+// does not read C.
+void ref_dgemm(char ta, char tb, int m, int n, int k, double alpha, const double* a, int lda,
+               const double* b, int ldb, double beta, double* c, int ldc);
+
+// Unblocked right-looking LU with partial pivoting (first maximum wins, NaN
+// handled as by the BLAS pivot search: the first NaN is taken). Returns info.
+int ref_dgetrf(int m, int n, double* a, int lda, int* ipiv);
+
+// Largest |x - y| scaled by the largest |y| (0 if both are empty).
+double max_rel_diff(const Matrix& x, const Matrix& y);
+
+// Sets an environment variable for the lifetime of the guard and restores
+// the old value (or its absence) afterwards.
+class EnvGuard {
+ public:
+  EnvGuard(const char* name, const char* value);  // value null: unset
+  ~EnvGuard();
+  EnvGuard(const EnvGuard&) = delete;
+  EnvGuard& operator=(const EnvGuard&) = delete;
+
+ private:
+  std::string name_;
+  bool had_ = false;
+  std::string old_;
+};
+
+struct RunResult {
+  int status = -1;  // exit status, or 128 + signal
+  std::string out, err;
+};
+
+// Runs a program with arguments, the given text on standard input (no
+// terminal), extra environment entries "NAME=value" (a bare "NAME" unsets),
+// in the directory dir (empty: the current one).
+RunResult run_program(const std::string& program, const std::vector<std::string>& args,
+                      const std::string& input = "",
+                      const std::vector<std::string>& env = {}, const std::string& dir = "");
+
+// Writes text to a fresh temporary file and returns its path.
+std::string write_temp_file(const std::string& text, const std::string& suffix = "");
+
+}  // namespace testsupport
