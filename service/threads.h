@@ -60,5 +60,9 @@ int tarn_serv_mpi_get_ppn(void);
 // Internal steps, reachable for tests.
 void tarn_read_threads_env(void);
 void count_cores_impl(int* packages, int* cores, int* logical);
+// Forgets everything the environment and the setters stored and the calling
+// thread's local count, so that the next query reads the environment again.
+// The core probe is not repeated: its results are kept. For tests only.
+void tarn_serv_threads_reset(void);
 
 }  // extern "C"
