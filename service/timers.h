@@ -21,6 +21,10 @@ double tarn_serv_get_clocks_frequency(void);  // GHz, measured once
 double tarn_serv_get_cpu_frequency(void);     // GHz, measured on each call
 double tarn_serv_get_max_cpu_frequency(void); // GHz, nominal
 
+// The nominal rate in GHz read from the last 16 bytes of the brand string
+// ("... 3.40GHz", "... 2400MHz"); 0.0 when they name none.
+double tarn_serv_brand_frequency(const char* brand_tail16);
+
 // A timed spin of exactly 1,000,000 dependent decrements; count is ignored.
 void fixedloop(int count);
 
