@@ -105,12 +105,12 @@ struct Processor {
   }
   // A data or unified cache description in leaf 4, appended in order.
   Processor& cache(std::uint32_t type, std::uint32_t level, std::uint32_t ways,
-                   std::uint32_t line, std::uint32_t sets) {
+                   std::uint32_t line, std::uint32_t sets, std::uint32_t partitions = 1) {
     std::uint32_t sub = 0;
     while (leaves.count({4, sub}) != 0) ++sub;
     auto& r = leaf(4, sub);
     r[kEax] = type | (level << 5);
-    r[kEbx] = (line - 1) | ((ways - 1) << 22);
+    r[kEbx] = (line - 1) | ((partitions - 1) << 12) | ((ways - 1) << 22);
     r[kEcx] = sets - 1;
     return *this;
   }
