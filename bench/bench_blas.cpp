@@ -1,0 +1,161 @@
+// Times one-thread BLAS kernels of a chosen branch against that branch's
+// arithmetic peak, measured in the same run by a register-only loop.
+//
+//   bench_blas [op] [branch|all] [transa transb] [m n k] [repetitions]
+//   bench_blas dgemm avx512 N N 4000 4000 4000 3
+//
+// op is dgemm (the only one so far; add a row to kOps for more). Times are
+// the thread's own processor time, not the wall clock: on a machine shared
+// with other work the wall clock also counts the time this thread waited to
+// be scheduled, which the processor time leaves out. Each measurement is the
+// best of the repetitions; the peak loop runs before and after the kernel
+// and the best of those is the peak. Prints GFlops and the ratio to peak.
+#include <time.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kernels/gemm_desc.h"
+
+namespace {
+
+struct Branch {
+  const char* name;
+  tarn_xdgemm_fn* xdgemm;
+  double (*peak_loop)(int rounds);
+};
+
+const Branch kBranches[] = {
+    {"sse2", tarn_blas_sse2_xdgemm, tarn_blas_sse2_peak_loop},
+    {"cnr_sse2", tarn_blas_cnr_sse2_xdgemm, tarn_blas_cnr_sse2_peak_loop},
+    {"ssse3", tarn_blas_ssse3_xdgemm, tarn_blas_ssse3_peak_loop},
+    {"sse42", tarn_blas_sse42_xdgemm, tarn_blas_sse42_peak_loop},
+    {"avx", tarn_blas_avx_xdgemm, tarn_blas_avx_peak_loop},
+    {"avx2", tarn_blas_avx2_xdgemm, tarn_blas_avx2_peak_loop},
+    {"avx512", tarn_blas_avx512_xdgemm, tarn_blas_avx512_peak_loop},
+};
+
+struct Shape {
+  char ta = 'N', tb = 'N';
+  int m = 4000, n = 4000, k = 4000;
+  int reps = 3;
+};
+
+double now() {
+  timespec ts;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return (double)ts.tv_sec + 1e-9 * (double)ts.tv_nsec;
+}
+
+// Best rate of the peak loop over a few tenths of a second, in flop/s.
+double measure_peak(const Branch& br) {
+  constexpr int kRounds = 1 << 20;
+  constexpr int kTries = 5;
+  double best = 0.0;
+  for (int t = 0; t < kTries; ++t) {
+    const double t0 = now();
+    const double flops = br.peak_loop(kRounds);
+    const double dt = now() - t0;
+    if (dt > 0.0 && flops / dt > best) best = flops / dt;
+  }
+  return best;
+}
+
+// One operation of the benchmark: prepares its operands once, then times
+// single calls. Returns the best flop/s.
+struct Op {
+  const char* name;
+  double (*run)(const Branch& br, const Shape& s);
+};
+
+double run_dgemm(const Branch& br, const Shape& s) {
+  const int lda = s.ta == 'N' ? s.m : s.k, acols = s.ta == 'N' ? s.k : s.m;
+  const int ldb = s.tb == 'N' ? s.k : s.n, bcols = s.tb == 'N' ? s.n : s.k;
+  const int ldc = s.m;
+  std::vector<double> a((size_t)lda * acols), b((size_t)ldb * bcols), c((size_t)ldc * s.n);
+  unsigned x = 12345;
+  auto rnd = [&x] {
+    x = x * 1103515245u + 12345u;
+    return (double)((x >> 8) & 0xffff) / 65536.0 - 0.5;
+  };
+  for (double& v : a) v = rnd();
+  for (double& v : b) v = rnd();
+  for (double& v : c) v = rnd();
+  const double alpha = 1.0, beta = 1.0;
+  const double flops = 2.0 * s.m * s.n * (double)s.k;
+  double best = 0.0;
+  for (int r = 0; r < s.reps; ++r) {
+    const double t0 = now();
+    br.xdgemm(&s.ta, &s.tb, &s.m, &s.n, &s.k, &alpha, a.data(), &lda, b.data(), &ldb, &beta,
+              c.data(), &ldc);
+    const double dt = now() - t0;
+    if (dt > 0.0 && flops / dt > best) best = flops / dt;
+  }
+  return best;
+}
+
+const Op kOps[] = {{"dgemm", run_dgemm}};
+
+void usage() {
+  std::fprintf(stderr,
+               "usage: bench_blas [op] [branch|all] [transa transb] [m n k] [repetitions]\n"
+               "  op: dgemm; branch: sse2 cnr_sse2 ssse3 sse42 avx avx2 avx512 all\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const Op* op = &kOps[0];
+  std::string branch = "avx512";
+  Shape s;
+  std::vector<std::string> rest;
+  for (int i = 1; i < argc; ++i) rest.emplace_back(argv[i]);
+  size_t i = 0;
+  if (i < rest.size()) {
+    for (const Op& o : kOps)
+      if (rest[i] == o.name) {
+        op = &o;
+        ++i;
+      }
+  }
+  if (i < rest.size()) branch = rest[i++];
+  if (i + 1 < rest.size() && rest[i].size() == 1 && !std::isdigit((unsigned char)rest[i][0])) {
+    s.ta = rest[i][0];
+    s.tb = rest[i + 1][0];
+    i += 2;
+  }
+  if (i + 2 < rest.size()) {
+    s.m = std::atoi(rest[i].c_str());
+    s.n = std::atoi(rest[i + 1].c_str());
+    s.k = std::atoi(rest[i + 2].c_str());
+    i += 3;
+  }
+  if (i < rest.size()) s.reps = std::atoi(rest[i++].c_str());
+  if (i != rest.size() || s.reps < 1) {
+    usage();
+    return 1;
+  }
+  bool any = false;
+  std::printf("%-8s %-6s %2s %2s %6s %6s %6s %10s %10s %7s\n", "branch", "op", "ta", "tb", "m",
+              "n", "k", "GFlops", "peak", "ratio");
+  for (const Branch& br : kBranches) {
+    if (branch != "all" && branch != br.name) continue;
+    any = true;
+    const double peak0 = measure_peak(br);
+    const double rate = op->run(br, s);
+    const double peak1 = measure_peak(br);
+    const double peak = peak0 > peak1 ? peak0 : peak1;
+    std::printf("%-8s %-6s %2c %2c %6d %6d %6d %10.2f %10.2f %6.1f%%\n", br.name, op->name, s.ta,
+                s.tb, s.m, s.n, s.k, rate * 1e-9, peak * 1e-9, 100.0 * rate / peak);
+    std::fflush(stdout);
+  }
+  if (!any) {
+    usage();
+    return 1;
+  }
+  return 0;
+}

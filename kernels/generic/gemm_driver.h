@@ -1,0 +1,317 @@
+// The blocked one-thread DGEMM shared by every branch. A branch supplies a
+// record (a struct of constants and two micro-kernels):
+//
+//   mr, nr              register tile: C rows and columns per kernel call
+//   kc_min, kc_low, kc_high, kc_large
+//                       depth block: K rounded up to 8 (at least kc_min) up
+//                       to kc_low, half of K up to kc_high, else kc_large
+//   mc_max, nc_max      row block of A and column block of B
+//   nc_max_small_k, small_k   narrower B block when K is below small_k
+//   pst_m_limit, pst_n_limit  below these the thin path is taken
+//   kernel(kc, a, b, c, ldc)    C(mr x nr) += Apanel * Bpanel
+//   kernel_b0(kc, a, b, c, ldc) C(mr x nr)  = Apanel * Bpanel, C not read
+//
+// and everything else (beta pre-scaling, alpha through the packed A, the
+// loops, the pack buffers, edge tiles, the thin path and the fallback when
+// memory cannot be had) is here, written once.
+//
+// Branch-generic: included by the kernel files of each branch and compiled
+// with that branch's instruction set, hence the anonymous namespace.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kernels/gemm_desc.h"
+#include "kernels/generic/gemm_pack.h"
+#include "service/messages.h"
+
+namespace {
+
+// Loop orders of the packed driver: 4 row block outermost (the default),
+// 32 depth block outermost, 128 depth block outermost with the whole A block
+// packed before the column loop.
+constexpr int kGemmLoopOrderRowsFirst = 4;
+constexpr int kGemmLoopOrderDepthFirst = 32;
+constexpr int kGemmLoopOrderDepthFirstWholeA = 128;
+
+// Pack buffer layout: B and A start at these offsets past a page boundary so
+// that the two buffers' first lines do not fall on the same cache sets.
+constexpr size_t kGemmPage = 4096;
+constexpr size_t kGemmBOffset = 768;
+constexpr size_t kGemmAOffset = 1664;
+constexpr size_t kGemmBothBuffersSlack = 18816;
+constexpr int kGemmBufferAlignment = 128;
+
+inline int gemm_min(int x, int y) { return x < y ? x : y; }
+inline int gemm_max(int x, int y) { return x > y ? x : y; }
+inline int gemm_round_up(int x, int unit) { return (x + unit - 1) / unit * unit; }
+inline uintptr_t gemm_up4k(uintptr_t x) { return (x + kGemmPage - 1) & ~(uintptr_t)(kGemmPage - 1); }
+
+// 'T', 't', 'C' and 'c' transpose (the data are real); anything else not.
+inline bool gemm_is_trans(const char* t) {
+  if (t == nullptr) return false;
+  const char folded = (char)(*t & ~0x20);
+  return folded == 'T' || folded == 'C';
+}
+
+// C := beta * C over m by n; beta 0 writes zeros without reading C, so NaN
+// in C does not survive it.
+inline void gemm_scale_c(int m, int n, double beta, double* c, int ldc) {
+  if (beta == 1.0) return;
+  for (int j = 0; j < n; ++j) {
+    double* col = c + (ptrdiff_t)j * ldc;
+    if (beta == 0.0) {
+      for (int i = 0; i < m; ++i) col[i] = 0.0;
+    } else {
+      for (int i = 0; i < m; ++i) col[i] *= beta;
+    }
+  }
+}
+
+// The thin path: plain loops on the operands, no buffers. Taken when the
+// product is too narrow to fill a register tile, and when pack buffers
+// cannot be had. Beta is applied per column first (0 never reads C).
+inline void gemm_thin(bool ta, bool tb, int m, int n, int k, double alpha, const double* a,
+                      int lda, const double* b, int ldb, double beta, double* c, int ldc) {
+  if (m <= 0 || n <= 0) return;
+  // Loop over the columns of C, one at a time.
+  for (int j = 0; j < n; ++j) {
+    double* cj = c + (ptrdiff_t)j * ldc;
+    gemm_scale_c(m, 1, beta, cj, ldc);
+    if (alpha == 0.0) continue;
+    const ptrdiff_t bstep = tb ? ldb : 1;
+    const double* bj = tb ? b + j : b + (ptrdiff_t)j * ldb;
+    if (!ta) {
+      // Column j of C gathers the columns of A, weighted by column j of op(B).
+      for (int p = 0; p < k; ++p) {
+        const double t = alpha * bj[p * bstep];
+        const double* ap = a + (ptrdiff_t)p * lda;
+        for (int i = 0; i < m; ++i) cj[i] += t * ap[i];
+      }
+    } else {
+      // Each entry is a dot product of a column of A with column j of op(B).
+      for (int i = 0; i < m; ++i) {
+        const double* ai = a + (ptrdiff_t)i * lda;
+        double s = 0.0;
+        for (int p = 0; p < k; ++p) s += ai[p] * bj[p * bstep];
+        cj[i] += alpha * s;
+      }
+    }
+  }
+}
+
+struct GemmBlocks {
+  int mc, nc, kc;
+};
+
+template <class R>
+GemmBlocks gemm_block_sizes(int m, int n, int k) {
+  GemmBlocks s;
+  constexpr int kc_unit = 8;
+  if (k <= R::kc_low)
+    s.kc = gemm_max(gemm_round_up(k, kc_unit), R::kc_min);
+  else if (k < R::kc_high)
+    s.kc = gemm_round_up((k + 1) / 2, kc_unit);
+  else
+    s.kc = R::kc_large;
+  s.mc = gemm_round_up(gemm_min(gemm_max(m, R::mr), R::mc_max), R::mr);
+  const int nc_cap = k < R::small_k ? R::nc_max_small_k : R::nc_max;
+  s.nc = gemm_round_up(gemm_min(gemm_max(n, R::nr), nc_cap), R::nr);
+  return s;
+}
+
+// Prefetch for reading into all cache levels (a hint; no fault).
+inline void gemm_prefetch(const void* p) { __builtin_prefetch(p, 0, 3); }
+
+// One packed row panel of A (mr rows) against a packed block of B (ncols
+// columns): the register tile walks the columns, the A panel stays in the
+// first-level cache. Edge tiles run the full kernel into a scratch tile and
+// write back only what lies inside C.
+//
+// While a tile runs, the next tile's lines of C are fetched, and a slice of
+// the next A panel (next_a, null when there is none yet), so that neither
+// arrives late from memory: C tiles lie a full column stride apart, and on
+// the later column blocks the A panels come back from the outer caches.
+// Measured on m=n=k=4000, avx512: without these prefetches the C and A
+// traffic cost about a quarter of the kernel's rate.
+template <class R>
+void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
+                            const double* bblock, double* c, int ldc, bool b0,
+                            const double* next_a) {
+  constexpr int kLine = 64;
+  const int ntiles = (ncols + R::nr - 1) / R::nr;
+  const int a_lines = (R::mr * kc * (int)sizeof(double) + kLine - 1) / kLine;
+  const int a_lines_per_tile = (a_lines + ntiles - 1) / ntiles;
+  const char* a_next = reinterpret_cast<const char*>(next_a);
+  int a_line = 0;
+  // Loop over the columns of the B block, nr at a time.
+  for (int jr = 0; jr < ncols; jr += R::nr) {
+    const int cols = gemm_min(R::nr, ncols - jr);
+    const double* bpanel = bblock + (ptrdiff_t)jr * kc;
+    double* ct = c + (ptrdiff_t)jr * ldc;
+    if (jr + R::nr < ncols) {
+      const int next_cols = gemm_min(R::nr, ncols - jr - R::nr);
+      const double* cn = ct + (ptrdiff_t)R::nr * ldc;
+      for (int j = 0; j < next_cols; ++j) {
+        gemm_prefetch(cn + (ptrdiff_t)j * ldc);
+        gemm_prefetch(cn + (ptrdiff_t)j * ldc + rows - 1);
+      }
+    }
+    if (a_next != nullptr)
+      for (int l = 0; l < a_lines_per_tile && a_line < a_lines; ++l, ++a_line)
+        gemm_prefetch(a_next + (ptrdiff_t)a_line * kLine);
+    if (rows == R::mr && cols == R::nr) {
+      if (b0)
+        R::kernel_b0(kc, apanel, bpanel, ct, ldc);
+      else
+        R::kernel(kc, apanel, bpanel, ct, ldc);
+      continue;
+    }
+    alignas(64) double tile[R::mr * R::nr];
+    R::kernel_b0(kc, apanel, bpanel, tile, R::mr);
+    for (int j = 0; j < cols; ++j) {
+      double* cc = ct + (ptrdiff_t)j * ldc;
+      const double* tt = tile + j * R::mr;
+      if (b0) {
+        for (int i = 0; i < rows; ++i) cc[i] = tt[i];
+      } else {
+        for (int i = 0; i < rows; ++i) cc[i] += tt[i];
+      }
+    }
+  }
+}
+
+// Packs the column block [j0, j0+ncols) x depth [p0, p0+kc) of op(B).
+template <class R>
+void gemm_pack_b_block(bool tb, int kc, int ncols, const double* b, int ldb, int p0, int j0,
+                       double* bbuf) {
+  // Loop over the columns of the block, nr at a time.
+  for (int jr = 0; jr < ncols; jr += R::nr) {
+    const int cols = gemm_min(R::nr, ncols - jr);
+    const int j = j0 + jr;
+    const double* src = tb ? b + j + (ptrdiff_t)p0 * ldb : b + p0 + (ptrdiff_t)j * ldb;
+    gemm_pack_b_panel<R::nr>(tb, kc, cols, src, ldb, bbuf + (ptrdiff_t)jr * kc);
+  }
+}
+
+template <class R>
+const double* gemm_a_source(bool ta, const double* a, int lda, int i, int p) {
+  return ta ? a + p + (ptrdiff_t)i * lda : a + i + (ptrdiff_t)p * lda;
+}
+
+// The packed product proper: beta is 0 or 1 here (other values were applied
+// to C already), alpha is not 0, and m, n, k are positive.
+template <class R>
+void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, double alpha,
+                       const double* a, int lda, const double* b, int ldb, bool beta0,
+                       double* c, int ldc, const GemmBlocks& s, double* abuf, double* bbuf) {
+  const ptrdiff_t a_panel = (ptrdiff_t)R::mr * s.kc;
+  if (loop_order == kGemmLoopOrderRowsFirst) {
+    // Loop over the rows of C, mc at a time.
+    for (int ic = 0; ic < m; ic += s.mc) {
+      const int mcur = gemm_min(s.mc, m - ic);
+      // Loop over the depth, kc at a time; only the first block sees beta 0.
+      for (int pc = 0; pc < k; pc += s.kc) {
+        const int kcur = gemm_min(s.kc, k - pc);
+        const bool b0 = beta0 && pc == 0;
+        // Loop over the columns of C, nc at a time; pack B here.
+        for (int jc = 0; jc < n; jc += s.nc) {
+          const int ncur = gemm_min(s.nc, n - jc);
+          gemm_pack_b_block<R>(tb, kcur, ncur, b, ldb, pc, jc, bbuf);
+          double* cblock = c + ic + (ptrdiff_t)jc * ldc;
+          // Loop over the rows of the block, mr at a time; the first column
+          // block packs each A panel just before its first use.
+          for (int ir = 0; ir < mcur; ir += R::mr) {
+            const int rows = gemm_min(R::mr, mcur - ir);
+            double* ap = abuf + (ir / R::mr) * a_panel;
+            if (jc == 0)
+              gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
+                                       lda, alpha, ap);
+            const double* next_a = jc > 0 && ir + R::mr < mcur ? ap + a_panel : nullptr;
+            gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a);
+          }
+        }
+      }
+    }
+    return;
+  }
+  // Loop orders 32 and 128: loop over the depth, kc at a time, outermost.
+  for (int pc = 0; pc < k; pc += s.kc) {
+    const int kcur = gemm_min(s.kc, k - pc);
+    const bool b0 = beta0 && pc == 0;
+    // Loop over the rows of C, mc at a time.
+    for (int ic = 0; ic < m; ic += s.mc) {
+      const int mcur = gemm_min(s.mc, m - ic);
+      if (loop_order == kGemmLoopOrderDepthFirstWholeA) {
+        // Loop over the rows of the block, mr at a time: all of A first.
+        for (int ir = 0; ir < mcur; ir += R::mr)
+          gemm_pack_a_panel<R::mr>(ta, gemm_min(R::mr, mcur - ir), kcur,
+                                   gemm_a_source<R>(ta, a, lda, ic + ir, pc), lda, alpha,
+                                   abuf + (ir / R::mr) * a_panel);
+      }
+      // Loop over the columns of C, nc at a time; pack B here.
+      for (int jc = 0; jc < n; jc += s.nc) {
+        const int ncur = gemm_min(s.nc, n - jc);
+        gemm_pack_b_block<R>(tb, kcur, ncur, b, ldb, pc, jc, bbuf);
+        double* cblock = c + ic + (ptrdiff_t)jc * ldc;
+        // Loop over the rows of the block, mr at a time.
+        for (int ir = 0; ir < mcur; ir += R::mr) {
+          const int rows = gemm_min(R::mr, mcur - ir);
+          double* ap = abuf + (ir / R::mr) * a_panel;
+          if (jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA)
+            gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
+                                     lda, alpha, ap);
+          const bool a_ready = jc > 0 || loop_order == kGemmLoopOrderDepthFirstWholeA;
+          const double* next_a = a_ready && ir + R::mr < mcur ? ap + a_panel : nullptr;
+          gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a);
+        }
+      }
+    }
+  }
+}
+
+// Bytes of the one pack block for both buffers, and where A and B lie in it.
+inline size_t gemm_buffer_bytes(const GemmBlocks& s) {
+  return ((size_t)s.mc + (size_t)s.nc) * (size_t)s.kc * sizeof(double) + kGemmBothBuffersSlack;
+}
+inline void gemm_carve_buffers(void* raw, const GemmBlocks& s, double** abuf, double** bbuf) {
+  const uintptr_t bstart = gemm_up4k((uintptr_t)raw) + kGemmBOffset;
+  const uintptr_t bend = bstart + (uintptr_t)s.nc * (uintptr_t)s.kc * sizeof(double);
+  *bbuf = reinterpret_cast<double*>(bstart);
+  *abuf = reinterpret_cast<double*>(gemm_up4k(bend) + kGemmAOffset);
+}
+
+// The packed path of a branch, from the caller's arguments: beta applied
+// first (pre-scaling unless 0 or 1), alpha 0 or k 0 end there; the thin path
+// for narrow shapes and when the buffers cannot be had.
+template <class R>
+void gemm_packed_path(int loop_order, bool ta, bool tb, int m, int n, int k, double alpha,
+                      const double* a, int lda, const double* b, int ldb, double beta, double* c,
+                      int ldc) {
+  if (m <= 0 || n <= 0) return;
+  if (alpha == 0.0 || k <= 0) {
+    gemm_scale_c(m, n, beta, c, ldc);
+    return;
+  }
+  if ((ta && !tb) ? m < R::pst_m_limit : n < R::pst_n_limit) {
+    gemm_thin(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    return;
+  }
+  const GemmBlocks s = gemm_block_sizes<R>(m, n, k);
+  void* raw = tarn_blas_gemm_buffer_allocate(gemm_buffer_bytes(s), kGemmBufferAlignment);
+  if (tarn_serv_check_ptr_and_warn(raw)) {
+    gemm_thin(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+    return;
+  }
+  const bool beta0 = beta == 0.0;
+  if (!beta0) gemm_scale_c(m, n, beta, c, ldc);
+  double* abuf;
+  double* bbuf;
+  gemm_carve_buffers(raw, s, &abuf, &bbuf);
+  gemm_packed_loops<R>(loop_order, ta, tb, m, n, k, alpha, a, lda, b, ldb, beta0, c, ldc, s,
+                       abuf, bbuf);
+  tarn_blas_gemm_buffer_deallocate(raw);
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+// The tuned one-thread DGEMM of every branch against the plain reference
+// loops: every transposition pair, shapes through all remainders of the
+// register tiles and across several depth, row and column blocks, padded
+// leading dimensions, the special values of alpha and beta, and the
+// fallback taken when no pack buffer can be had.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "kernels/gemm_desc.h"
+#include "tests/support/test_support.h"
+
+using testsupport::Matrix;
+using testsupport::Random;
+
+namespace {
+
+struct BranchCase {
+  const char* name;
+  tarn_xdgemm_fn* xdgemm;
+  bool (*supported)();
+};
+
+bool have_sse2() { return __builtin_cpu_supports("sse2"); }
+bool have_ssse3() { return __builtin_cpu_supports("ssse3"); }
+bool have_sse42() { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }
+bool have_avx() { return __builtin_cpu_supports("avx") && __builtin_cpu_supports("popcnt"); }
+bool have_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
+bool have_avx512() {
+  return have_avx2() && __builtin_cpu_supports("avx512f") &&
+         __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vl");
+}
+
+const BranchCase kBranches[] = {
+    {"sse2", tarn_blas_sse2_xdgemm, have_sse2},
+    {"cnr_sse2", tarn_blas_cnr_sse2_xdgemm, have_sse2},
+    {"ssse3", tarn_blas_ssse3_xdgemm, have_ssse3},
+    {"sse42", tarn_blas_sse42_xdgemm, have_sse42},
+    {"avx", tarn_blas_avx_xdgemm, have_avx},
+    {"avx2", tarn_blas_avx2_xdgemm, have_avx2},
+    {"avx512", tarn_blas_avx512_xdgemm, have_avx512},
+};
+
+constexpr double kMarker = -7777.0;
+const char kTrans[2] = {'N', 'T'};
+
+struct Shape {
+  int m, n, k;
+};
+
+// Operands of one product, with leading dimensions `pad` beyond the rows;
+// the padding and C beyond its rows hold a marker that must survive.
+struct Problem {
+  char ta, tb;
+  int m, n, k;
+  double alpha, beta;
+  Matrix a, b, c, want;
+
+  Problem(char ta_, char tb_, Shape s, double alpha_, double beta_, int pad, uint64_t seed)
+      : ta(ta_), tb(tb_), m(s.m), n(s.n), k(s.k), alpha(alpha_), beta(beta_) {
+    const int ar = ta == 'N' ? m : k, ac = ta == 'N' ? k : m;
+    const int br = tb == 'N' ? k : n, bc = tb == 'N' ? n : k;
+    a = Matrix(ar, ac, ar + pad, kMarker);
+    b = Matrix(br, bc, br + pad, kMarker);
+    c = Matrix(m, n, m + pad, kMarker);
+    Random r(seed);
+    fill_random(a, r);
+    fill_random(b, r);
+    fill_random(c, r);
+    want = c;
+  }
+
+  void run(tarn_xdgemm_fn* f) {
+    testsupport::ref_dgemm(ta, tb, m, n, k, alpha, a.data(), a.ld, b.data(), b.ld, beta,
+                           want.data(), want.ld);
+    f(&ta, &tb, &m, &n, &k, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+  }
+
+  // Rounding of k products and one update, with room for reordering.
+  double tolerance() const {
+    return 16.0 * std::numeric_limits<double>::epsilon() * (k + 4);
+  }
+
+  std::string describe() const {
+    return std::string(1, ta) + tb + " m=" + std::to_string(m) + " n=" + std::to_string(n) +
+           " k=" + std::to_string(k) + " alpha=" + std::to_string(alpha) +
+           " beta=" + std::to_string(beta) + " ldc=" + std::to_string(c.ld);
+  }
+
+  void expect_match() const {
+    EXPECT_LE(testsupport::max_rel_diff(c, want), tolerance()) << describe();
+    // Nothing outside the m by n block of C was written.
+    for (int j = 0; j < n; ++j)
+      for (int i = m; i < c.ld; ++i)
+        if (c.v[(size_t)i + (size_t)j * c.ld] != kMarker) {
+          ADD_FAILURE() << describe() << ": padding of C written at row " << i << " col " << j;
+          return;
+        }
+  }
+};
+
+class GemmBranch : public ::testing::TestWithParam<BranchCase> {
+ protected:
+  void SetUp() override {
+    if (!GetParam().supported()) GTEST_SKIP() << "processor lacks " << GetParam().name;
+  }
+  void check(Shape s, double alpha = 1.0, double beta = 1.0, int pad = 0, uint64_t seed = 7) {
+    for (char ta : kTrans)
+      for (char tb : kTrans) {
+        Problem p(ta, tb, s, alpha, beta, pad, seed++);
+        p.run(GetParam().xdgemm);
+        p.expect_match();
+      }
+  }
+};
+
+TEST_P(GemmBranch, EmptyAndUnitShapes) {
+  for (Shape s : {Shape{0, 5, 5}, Shape{5, 0, 5}, Shape{0, 0, 0}, Shape{1, 1, 1},
+                  Shape{1, 1, 9}, Shape{3, 2, 1}})
+    check(s, 1.0, 1.0, 2);
+}
+
+TEST_P(GemmBranch, EveryRowRemainderOfTheTile) {
+  // Tiles are at most 8 rows on every branch: two tiles and every remainder.
+  for (int m = 1; m <= 33; ++m) check({m, 15, 11}, 1.0, 0.5);
+}
+
+TEST_P(GemmBranch, EveryColumnRemainderOfTheTile) {
+  for (int n = 1; n <= 30; ++n) check({21, n, 9}, -1.0, 1.0);
+}
+
+TEST_P(GemmBranch, DepthFromOneAcrossBlocks) {
+  for (int k : {1, 2, 3, 4, 5, 7, 8, 9, 17, 47, 48, 129, 257, 383, 385}) check({13, 17, k}, 0.75, 0.25);
+}
+
+TEST_P(GemmBranch, SeveralBlocksInEveryDimension) {
+  // Depth above every branch's high limit (several k blocks), columns across
+  // several column blocks, rows across several row panels.
+  check({97, 401, 801}, 1.5, -0.5, 3);
+  check({230, 207, 260});
+}
+
+TEST_P(GemmBranch, RowsBeyondOneRowBlock) {
+  check({5003, 9, 3}, 1.0, 0.0);
+}
+
+TEST_P(GemmBranch, LeadingDimensionsLargerThanRows) {
+  for (int pad : {1, 7, 64}) check({37, 29, 23}, 2.0, 1.0, pad);
+}
+
+TEST_P(GemmBranch, BetaZeroNeverReadsC) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (Shape s : {Shape{41, 37, 19}, Shape{3, 2, 5}, Shape{40, 1, 300}, Shape{5, 30, 7}})
+    for (char ta : kTrans)
+      for (char tb : kTrans) {
+        Problem p(ta, tb, s, 1.25, 0.0, 3, 11);
+        for (int j = 0; j < s.n; ++j)
+          for (int i = 0; i < s.m; ++i) p.c(i, j) = nan;
+        p.run(GetParam().xdgemm);
+        p.expect_match();
+      }
+}
+
+TEST_P(GemmBranch, AlphaZeroOnlyScales) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const Shape s{33, 21, 17};
+  // Beta 1: C untouched, bit for bit, even NaN.
+  {
+    Problem p('N', 'N', s, 0.0, 1.0, 2, 3);
+    p.c(4, 5) = nan;
+    const Matrix before = p.c;
+    p.run(GetParam().xdgemm);
+    for (size_t i = 0; i < before.v.size(); ++i)
+      ASSERT_TRUE(std::memcmp(&before.v[i], &p.c.v[i], sizeof(double)) == 0) << "entry " << i;
+  }
+  // Beta 0: zeros even over NaN.
+  {
+    Problem p('T', 'N', s, 0.0, 0.0, 2, 4);
+    p.c(4, 5) = nan;
+    p.run(GetParam().xdgemm);
+    for (int j = 0; j < s.n; ++j)
+      for (int i = 0; i < s.m; ++i) ASSERT_EQ(p.c(i, j), 0.0) << i << "," << j;
+  }
+  // Other beta: a plain scaling.
+  check(s, 0.0, -3.0, 1);
+  check({9, 8, 0}, 1.0, 0.5, 1);
+}
+
+TEST_P(GemmBranch, LowerCaseAndConjugateTranspose) {
+  const Shape s{19, 23, 31};
+  Problem p('c', 't', s, 1.0, 1.0, 0, 5);
+  p.run(GetParam().xdgemm);
+  p.expect_match();
+  Problem q('n', 'C', s, 1.0, 1.0, 0, 6);
+  q.run(GetParam().xdgemm);
+  q.expect_match();
+}
+
+// Points the pack-buffer allocator at one that always fails, for the
+// lifetime of the guard.
+class FailingAllocator {
+ public:
+  FailingAllocator()
+      : old_alloc_(tarn_blas_gemm_buffer_allocate), old_free_(tarn_blas_gemm_buffer_deallocate) {
+    tarn_blas_gemm_buffer_allocate = [](size_t, int) -> void* {
+      ++calls;
+      return nullptr;
+    };
+    tarn_blas_gemm_buffer_deallocate = [](void*) { ADD_FAILURE() << "freed a null buffer"; };
+  }
+  ~FailingAllocator() {
+    tarn_blas_gemm_buffer_allocate = old_alloc_;
+    tarn_blas_gemm_buffer_deallocate = old_free_;
+  }
+  static inline int calls = 0;
+
+ private:
+  void* (*old_alloc_)(size_t, int);
+  void (*old_free_)(void*);
+};
+
+TEST_P(GemmBranch, FailedAllocationStillGivesTheProduct) {
+  FailingAllocator fail;
+  FailingAllocator::calls = 0;
+  check({67, 45, 300}, 1.5, 0.0, 1);
+  check({67, 45, 30}, 1.0, 2.0);
+  EXPECT_GT(FailingAllocator::calls, 0) << "the packed path never asked for memory";
+}
+
+INSTANTIATE_TEST_SUITE_P(Branches, GemmBranch, ::testing::ValuesIn(kBranches),
+                         [](const ::testing::TestParamInfo<BranchCase>& info) {
+                           return std::string(info.param.name);
+                         });
+
+}  // namespace
