@@ -70,8 +70,9 @@ bool walk_columns(double* a, int lda, int c0, int c1, int i0, int count, const i
 }
 
 // Columns c0 to c1 - 1 (0-based) of a, pivots k1..k2 with step incx
-// (LAPACK's indexing: upward from ipiv(k1) for incx > 0; downward from
-// ipiv(1 + (1 - k2) * incx) for incx < 0). Returns false after a bad pivot;
+// (LAPACK's indexing: rows upward from k1 with pivots from ipiv(k1) for
+// incx > 0; rows downward from k2 with pivots from ipiv(1 + (1 - k2) * incx)
+// stepping back by |incx| for incx < 0). Returns false after a bad pivot;
 // incx 0 does nothing.
 inline bool laswp_columns(double* a, int lda, int c0, int c1, int k1, int k2, const int* ipiv,
                           int incx) {
@@ -83,7 +84,7 @@ inline bool laswp_columns(double* a, int lda, int c0, int c1, int k1, int k2, co
     return walk_columns<0, +1>(a, lda, c0, c1, k1, count,
                                ipiv + static_cast<std::ptrdiff_t>(k1 - 1), incx);
   const std::ptrdiff_t ix0 = 1 + static_cast<std::ptrdiff_t>(1 - k2) * incx;
-  return walk_columns<0, -1>(a, lda, c0, c1, k2, count, ipiv + (ix0 - 1), -incx);
+  return walk_columns<0, -1>(a, lda, c0, c1, k2, count, ipiv + (ix0 - 1), incx);
 }
 
 }  // namespace tarn_lapack_laswp
