@@ -125,11 +125,10 @@ int __tarn_cpu_detect_and_load_dll() {
   return 0;
 }
 
-// The shape of both public detection entries: an unlocked test, the lock, a
-// second test, selection; a failure ends the process.
-int detect_into(std::atomic<int>& type) {
-  int value = type.load();
-  if (value >= 0) return value;
+// The slow path of both public detection entries: the lock, a second test,
+// selection; a failure ends the process.  Kept out of line so that the
+// entries themselves stay one load and one compare.
+__attribute__((noinline)) int detect_into(std::atomic<int>& type) {
   int status;
   {
     LockGuard guard(&TARN_Detect_Cpu_Global_Lock);
@@ -169,9 +168,15 @@ int real_detection(int* error) {
 
 }  // namespace tarn_cpu
 
-extern "C" int tarn_serv_cpu_detect(void) { return detect_into(tarn_cpu_type); }
+extern "C" int tarn_serv_cpu_detect(void) {
+  const int code = tarn_cpu_type.load(std::memory_order_acquire);
+  return code >= 0 ? code : detect_into(tarn_cpu_type);
+}
 
-extern "C" int tarn_serv_vml_cpu_detect(void) { return detect_into(tarn_vml_cpu_type); }
+extern "C" int tarn_serv_vml_cpu_detect(void) {
+  const int code = tarn_vml_cpu_type.load(std::memory_order_acquire);
+  return code >= 0 ? code : detect_into(tarn_vml_cpu_type);
+}
 
 extern "C" int tarn_serv_get_cpu_type(int real) {
   if (real == 0) return tarn_cpu_type.load();
