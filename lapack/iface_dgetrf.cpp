@@ -20,7 +20,7 @@ extern "C" void DGETRF(const int* m, const int* n, double* a, const int* lda, in
   const DgetrfFn target = g_dgetrf_target;
   if (target == nullptr) return;
 
-  if (*g_dgetrf_verbose == tr::kVerboseOff) {
+  if (tr::peek_mode(g_dgetrf_verbose) == tr::kVerboseOff) {
     if (tarn_lapack_errchk_dgetrf(m, n, a, lda, ipiv, info) != 0) return;
     target(m, n, a, lda, ipiv, info);
     return;

@@ -18,7 +18,7 @@ extern "C" void DGETRS(const char* trans, const int* n, const int* nrhs, const d
   const DgetrsFn target = g_dgetrs_target;
   if (target == nullptr) return;
 
-  if (*g_dgetrs_verbose == tr::kVerboseOff) {
+  if (tr::peek_mode(g_dgetrs_verbose) == tr::kVerboseOff) {
     target(trans, n, nrhs, a, lda, ipiv, b, ldb, info);
     return;
   }

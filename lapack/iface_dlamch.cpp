@@ -16,7 +16,7 @@ extern "C" double DLAMCH(const char* cmach) {
   const DlamchFn target = g_dlamch_target;
   if (target == nullptr) return 0.0;
 
-  if (*g_dlamch_verbose == tr::kVerboseOff) return target(cmach);
+  if (tr::peek_mode(g_dlamch_verbose) == tr::kVerboseOff) return target(cmach);
   const int mode = tr::verbose_mode(g_dlamch_verbose);
   double t = tr::trace_clock_start(mode);
   const double result = target(cmach);

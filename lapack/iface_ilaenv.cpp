@@ -18,7 +18,7 @@ extern "C" int ILAENV(const int* ispec, const char* name, const char* opts, cons
   const IlaenvFn target = g_ilaenv_target;
   if (target == nullptr) return 0;
 
-  if (*g_ilaenv_verbose == tr::kVerboseOff) return target(ispec, name, opts, n1, n2, n3, n4);
+  if (tr::peek_mode(g_ilaenv_verbose) == tr::kVerboseOff) return target(ispec, name, opts, n1, n2, n3, n4);
   const int mode = tr::verbose_mode(g_ilaenv_verbose);
   double t = tr::trace_clock_start(mode);
   const int result = target(ispec, name, opts, n1, n2, n3, n4);

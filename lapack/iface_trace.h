@@ -21,15 +21,23 @@ inline constexpr int kVerboseTimed = 1;  // other non-zero modes trace with 0.0 
 // Size of the trace line; the last byte is always the terminator.
 inline constexpr std::size_t kTraceBufSize = 450;
 
+// The mode as the entry's cell shows it now, without resolving it. The cell
+// is read and written with relaxed atomics: concurrent first calls all store
+// the same pointer, so it needs no lock, only untorn accesses.
+inline int peek_mode(int* const& cell) { return *__atomic_load_n(&cell, __ATOMIC_RELAXED); }
+
 // Reads the mode through the entry's cell, replacing the placeholder by the
-// service's word the first time. Concurrent first calls all store the same
-// pointer, so the cell needs no lock.
+// service's word the first time.
 inline int verbose_mode(int*& cell) {
-  if (*cell == kVerboseNotRead) {
-    int* word = tarn_serv_iface_verbose_mode();
-    if (word != nullptr) cell = word;
+  int* word = __atomic_load_n(&cell, __ATOMIC_RELAXED);
+  if (*word == kVerboseNotRead) {
+    int* resolved = tarn_serv_iface_verbose_mode();
+    if (resolved != nullptr) {
+      __atomic_store_n(&cell, resolved, __ATOMIC_RELAXED);
+      word = resolved;
+    }
   }
-  return *cell;
+  return *word;
 }
 
 // Clock start: only the timed mode reads the clock.
