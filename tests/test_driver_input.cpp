@@ -92,7 +92,7 @@ const std::string kAlignLabel = "Data alignment value (in Kbytes)";
 // ---- line 3: the number of tests ------------------------------------------------
 
 TEST(DriverTestCount, MissingUnreadableOrHugeCountAborts) {
-  for (const std::string text : {std::string(""), std::string("only one line\n"),
+  for (const std::string& text : {std::string(""), std::string("only one line\n"),
                                  std::string("a\nb\n"), input("abc", "", "", "", ""),
                                  input("", "", "", "", ""), input("99999999999", "", "", "", "")}) {
     const RunResult r = run_input(text);
