@@ -32,6 +32,12 @@ constexpr unsigned kLeafBasic = 0;
 constexpr unsigned kLeafFeatures = 1;
 constexpr unsigned kLeafCacheParams = 4;
 constexpr unsigned kHttBit = 1u << 28;  // leaf 1 EDX
+// Fields of leaf 1 EBX and leaf 4 EAX.
+constexpr int kLogicalPerPackageShift = 16;  // leaf 1 EBX bits 16-23
+constexpr int kInitialApicIdShift = 24;      // leaf 1 EBX bits 24-31
+constexpr int kCoresPerPackageShift = 26;    // leaf 4 EAX bits 26-31, minus one
+constexpr unsigned kByteMask = 0xFF;
+constexpr unsigned kCoresPerPackageMask = 0x3F;
 
 // Results of the one probe, handed out again to later callers.
 int g_packages = 1, g_cores = 1, g_logical = 1;
@@ -45,7 +51,7 @@ int field_width(unsigned x) {
 unsigned initial_apic_id() {
   unsigned a, b, c, d;
   __cpuid(kLeafFeatures, a, b, c, d);
-  return (b >> 24) & 0xFF;
+  return (b >> kInitialApicIdShift) & kByteMask;
 }
 
 // Adds v to the list unless present; returns the list's new size.
@@ -108,20 +114,20 @@ extern "C" void count_cores_impl(int* packages, int* cores, int* logical) {
   const unsigned max_leaf = a;
   __cpuid(kLeafFeatures, a, b, c, d);
   const bool htt = (d & kHttBit) != 0;
-  unsigned logical_per_package = htt ? (b >> 16) & 0xFF : 1;
+  unsigned logical_per_package = htt ? (b >> kLogicalPerPackageShift) & kByteMask : 1;
   if (logical_per_package == 0) logical_per_package = 1;
   unsigned cores_per_package = 1;
   if (htt && max_leaf >= kLeafCacheParams) {
     __cpuid_count(kLeafCacheParams, 0, a, b, c, d);
-    cores_per_package = ((a >> 26) & 0x3F) + 1;
+    cores_per_package = ((a >> kCoresPerPackageShift) & kCoresPerPackageMask) + 1;
   }
   unsigned threads_per_core = logical_per_package / cores_per_package;
   if (threads_per_core == 0) threads_per_core = 1;
   const int smt = field_width(threads_per_core);
   const int core = field_width(cores_per_package);
   const int pkg = field_width(logical_per_package);
-  const unsigned core_mask = (0xFFu << smt) ^ (0xFFu << (smt + core));
-  const unsigned pkg_mask = 0xFFu << pkg;
+  const unsigned core_mask = (kByteMask << smt) ^ (kByteMask << (smt + core));
+  const unsigned pkg_mask = kByteMask << pkg;
 
   static unsigned package_ids[kMaxDistinctIds];
   static unsigned core_ids[kMaxDistinctIds];
