@@ -117,8 +117,12 @@ namespace tarn_cpu {
 int check_cbwr_settings(int value) {
   const int mode = value & kCbwrModeMask;
   if (vexan_vendor()) {
+    // AUTO and the mode compare as unsigned numbers: the newest AVX-512
+    // generations have no AUTO mode of their own (-4), and on them every
+    // table mode stays within reach instead of every one lying above.
     const int automatic = tarn_serv_cbwr_get_auto_branch();
-    if (mode > automatic && mode < kModeLimit) return kCheckRefused;
+    if (static_cast<unsigned>(mode) > static_cast<unsigned>(automatic) && mode < kModeLimit)
+      return kCheckRefused;
     // Modes numbered below AUTO that this machine still cannot give: the
     // many-core modes beside the AVX-512 ones.
     if ((automatic == kModeAvx512 && mode == kModeMcx) ||

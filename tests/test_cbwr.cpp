@@ -7,6 +7,7 @@
 
 #include "service/cpu.h"
 #include "service/cpu_probe.h"
+#include "service/messages.h"
 #include "tests/fake_cpu.h"
 
 namespace {
@@ -103,18 +104,41 @@ TEST_F(Cbwr, ExtensionModesOnAVnniMachine) {
                        });
 }
 
-TEST_F(Cbwr, MachinesWhoseAutoHasNoModeRefuseEveryPin) {
-  // The VAES and BF16 generations have no AUTO mode of their own (-4), and
-  // every table mode lies above that.
+TEST_F(Cbwr, MachinesWhoseAutoHasNoModeAcceptEveryPin) {
+  // The VAES and BF16 generations have no AUTO mode of their own (-4): no
+  // table mode lies above it.
   for (const Processor& p : {avx512_vaes(), avx512_bf16()}) {
     check(p, {
-                 {"COMPATIBLE", 2, 9},
-                 {"SSE2", 2, 9},
-                 {"AVX2", 2, 9},
                  {"AUTO", 2, 9},
+                 {"COMPATIBLE", 3, 2},
+                 {"SSE2", 4, 2},
+                 {"SSE4_2", 8, 5},
+                 {"AVX", 9, 6},
+                 {"AVX2", 10, 7},
+                 {"AVX512", 12, 9},
+                 {"AVX512_E1", 14, 9},
              });
     use(p);
-    EXPECT_EQ(tarn_serv_cbwr_set(TARN_CBWR_COMPATIBLE), -3);
+    EXPECT_EQ(tarn_serv_cbwr_set(TARN_CBWR_COMPATIBLE), 0);
+  }
+}
+
+TEST_F(Cbwr, ModeWithoutKernelsWarnsAndDetects) {
+  // The many-core modes pass the check here but have no kernel set.
+  struct Case {
+    const char* value;
+    int mode;
+  };
+  for (const Case& c : {Case{"AVX512_MCX", 11}, Case{"AVX512_MCX_E1", 13}}) {
+    SCOPED_TRACE(c.value);
+    cbwr(c.value);
+    use(avx512_bf16());
+    testing::internal::CaptureStderr();
+    const int code = tarn_serv_cpu_detect();
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(code, 9);
+    EXPECT_NE(err.find(tarn_serv_get_msg(kTarnMsgCbwrBadMode, 0)), std::string::npos) << err;
+    EXPECT_EQ(tarn_serv_cbwr_get(1), c.mode);  // the mode itself stays
   }
 }
 
