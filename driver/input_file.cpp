@@ -67,13 +67,14 @@ void read_input_file(FILE* in, const char* name, RunPlan& plan) {
   const long count = std::strtol(line, &end, 10);
   if (end == line || errno == ERANGE) abort_unreadable(name);
   tarn_serv_print(kToStdout, drvmsg::kTitle, 1, title);
-  int ntests = static_cast<int>(count);
-  if (ntests < 0) {
-    warn_parameter(kLabelNtests, ntests, true, 0, 0);
-    ntests = 0;
-  } else if (ntests > kMaxTests) {
-    warn_parameter(kLabelNtests, ntests, false, kMaxTests, kMaxTests);
+  int ntests = 0;
+  if (count < 0) {
+    warn_parameter(kLabelNtests, static_cast<int>(count), true, 0, 0);
+  } else if (count > kMaxTests) {
+    warn_parameter(kLabelNtests, static_cast<int>(count), false, kMaxTests, kMaxTests);
     ntests = kMaxTests;
+  } else {
+    ntests = static_cast<int>(count);
   }
   plan.ntests = ntests;
 

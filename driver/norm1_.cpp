@@ -1,5 +1,6 @@
 // norm1_: despite its name, the largest row sum max_i sum_j |a(i,j)| (the
 // infinity norm of the matrix), threaded over blocks of eight rows.
+#include <atomic>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
@@ -20,7 +21,7 @@ struct Norm1Args {
   int32_t lda;
   int32_t nblocks;
   double result;    // shared maximum, starts at 0.0
-  int32_t nan_flag;  // set to kNaNSeen when a thread's maximum is NaN
+  int32_t nan_flag;  // kNaNSeen once a thread's maximum was NaN
 };
 
 void norm1_region(int32_t* gtid, int32_t* tid, ...) {
@@ -45,7 +46,8 @@ void norm1_region(int32_t* gtid, int32_t* tid, ...) {
     for (int32_t i = 0; i < rows; ++i)
       if (!(sums[i] < block_max)) block_max = sums[i];
     if (block_max > thread_max) thread_max = block_max;
-    if (std::isnan(thread_max)) p.nan_flag = kNaNSeen;
+    if (std::isnan(thread_max))
+      std::atomic_ref<int32_t>(p.nan_flag).store(kNaNSeen, std::memory_order_relaxed);
   });
   reduce_strict_max(*gtid, &thread_max, &p.result);
 }
