@@ -104,6 +104,9 @@ TEST(VerboseChild, DISABLED_ManyThreadsPrint) {
       }
     });
   for (auto& th : threads) th.join();
+  tarn_version v;
+  tarn_serv_get_version(&v);
+  std::printf("processor=%s\n", v.processor);
 }
 
 TEST(VerboseChild, DISABLED_OneLine) {
@@ -235,9 +238,9 @@ TEST(VerboseHeader, OnceBeforeWholeLinesOfManyThreads) {
   ASSERT_EQ(lines.size(), 101u) << r.out;
   std::smatch m;
   ASSERT_TRUE(std::regex_match(lines[0], m, kHeader)) << lines[0];
-  tarn_version v;
-  tarn_serv_get_version(&v);
-  EXPECT_EQ(m[1].str(), v.processor);
+  // The processor text of the child's own version record (a dynamic checker
+  // may show the parent another processor).
+  EXPECT_NE(r.out.find("processor=" + m[1].str() + "\n"), std::string::npos) << r.out;
   EXPECT_EQ(m[2].str(), "");  // interface 0 is not named
   const std::regex line(
       R"(TARN_VERBOSE DGETRF\([0-3],\d+\) 500\.00ms CNR:\S+ Dyn:\d+ FastMM:[01] TID:0  NThr:\S+)");
