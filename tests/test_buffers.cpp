@@ -726,6 +726,83 @@ TEST(BufferSwitchesChild, DISABLED_FastMemoryLimitWithoutMemkind) {
   tarn_serv_deallocate(p);
 }
 
+// A replacement allocator installed before first use is called directly:
+// every pointer it sees come back is one it gave out, with no header before.
+std::mutex replaced_mutex;
+std::vector<void*> replaced_live;
+int replaced_calls = 0;
+void* replaced_malloc(size_t n) {
+  void* p = std::malloc(n);
+  std::lock_guard<std::mutex> lock(replaced_mutex);
+  ++replaced_calls;
+  replaced_live.push_back(p);
+  return p;
+}
+void* replaced_calloc(size_t n, size_t m) {
+  void* p = replaced_malloc(n * m);
+  if (p) std::memset(p, 0, n * m);
+  return p;
+}
+bool replaced_forget(void* p) {
+  std::lock_guard<std::mutex> lock(replaced_mutex);
+  for (auto it = replaced_live.begin(); it != replaced_live.end(); ++it)
+    if (*it == p) {
+      replaced_live.erase(it);
+      return true;
+    }
+  return false;
+}
+void replaced_free(void* p) {
+  if (!p) return;
+  EXPECT_TRUE(replaced_forget(p)) << "freed a pointer the replacement never gave";
+  std::free(p);
+}
+void* replaced_realloc(void* p, size_t n) {
+  if (p) {
+    EXPECT_TRUE(replaced_forget(p)) << "reallocated a foreign pointer";
+  }
+  void* q = std::realloc(p, n);
+  std::lock_guard<std::mutex> lock(replaced_mutex);
+  ++replaced_calls;
+  replaced_live.push_back(q);
+  return q;
+}
+
+TEST(BufferSwitchesChild, DISABLED_ReplacedAllocatorIsCalledDirectly) {
+  if (!in_child()) GTEST_SKIP() << "runs in a child process";
+  i_malloc = replaced_malloc;
+  i_calloc = replaced_calloc;
+  i_realloc = replaced_realloc;
+  i_free = replaced_free;
+  void* p = tarn_serv_allocate(1000, 128);
+  ASSERT_NE(p, nullptr);
+  EXPECT_TRUE(aligned(p, 128));
+  EXPECT_GE(replaced_calls, 1);
+  tarn_serv_deallocate(p);
+  const int before = replaced_calls;
+  void* q = tarn_serv_malloc(5000, 256);
+  ASSERT_NE(q, nullptr);
+  EXPECT_TRUE(aligned(q, 256));
+  EXPECT_EQ(replaced_calls, before + 1);
+  std::memset(q, 9, 5000);
+  q = tarn_serv_realloc(q, 1 << 20);
+  ASSERT_NE(q, nullptr);
+  EXPECT_TRUE(aligned(q, 256));
+  EXPECT_EQ(static_cast<unsigned char*>(q)[4999], 9);
+  EXPECT_EQ(replaced_calls, before + 2);
+  tarn_serv_free(q);
+  on_fresh_thread([] { tarn_serv_deallocate(tarn_serv_allocate(3000, 64)); });
+  tarn_serv_free_buffers();
+  // Tables and records went back through the replacement as well.
+  std::lock_guard<std::mutex> lock(replaced_mutex);
+  EXPECT_TRUE(replaced_live.empty()) << replaced_live.size() << " blocks still held";
+}
+
+TEST(BufferSwitches, ReplacementAllocatorBeforeFirstUse) {
+  if (in_child()) GTEST_SKIP();
+  expect_child_passes("BufferSwitchesChild.DISABLED_ReplacedAllocatorIsCalledDirectly", {});
+}
+
 TEST(BufferSwitches, DisableFastMmSendsEverythingToPlainPath) {
   if (in_child()) GTEST_SKIP();
   expect_child_passes("BufferSwitchesChild.DISABLED_CacheOffServesAllEntriesOnPlainPath",
