@@ -14,6 +14,8 @@ struct tarn_msg_record {
     std::int32_t next;
     std::int32_t type;
 };
+// Three 32-bit words on the target.
+static_assert(sizeof(void*) != 4 || sizeof(tarn_msg_record) == 12);
 
 // Rows 0 to kTarnMsgCount - 1; rows of solver families this system does not
 // contain hold an empty text.
