@@ -8,10 +8,12 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "kernels/generic/xdgemm.h"
 #include "kernels/kernels.h"
 #include "tests/support/test_support.h"
 
@@ -223,6 +225,28 @@ TEST_P(BranchKernels, GemmEmptyShapesTouchNothing) {
   for (double v : c.v) EXPECT_EQ(v, 0.0);
 }
 
+// The branch-generic blocked product, instantiated here for the test's own
+// instruction set: on the stack for small blocks, in work memory beyond.
+TEST(GenericGemm, MatchesReferenceOnStackAndHeapBlocks) {
+  Random r(15);
+  for (char ta : {'N', 'T'})
+    for (char tb : {'N', 'T'})
+      for (auto [m, n, kk] : {std::tuple{1, 1, 1}, {7, 5, 3}, {13, 8, 33}, {203, 77, 300}, {9, 1601, 20}}) {
+        const int am = ta == 'N' ? m : kk, an = ta == 'N' ? kk : m;
+        const int bm = tb == 'N' ? kk : n, bn = tb == 'N' ? n : kk;
+        Matrix a = random_matrix(am, an, am + 1, r), b = random_matrix(bm, bn, bm + 2, r);
+        Matrix c = random_matrix(m, n, m + 3, r), want = c;
+        for (double beta : {0.0, -0.5}) {
+          testsupport::ref_dgemm(ta, tb, m, n, kk, 1.25, a.data(), a.ld, b.data(), b.ld, beta,
+                                 want.data(), want.ld);
+          generic_xdgemm(ta, tb, m, n, kk, 1.25, a.data(), a.ld, b.data(), b.ld, beta, c.data(), c.ld);
+          EXPECT_LE(testsupport::max_rel_diff(c, want), 1e-13 * (kk + 1))
+              << ta << tb << " " << m << "x" << n << "x" << kk << " beta " << beta;
+          expect_margins_kept(c, "generic gemm");
+        }
+      }
+}
+
 TEST_P(BranchKernels, MscaleScalesAndClearsWithoutReading) {
   Matrix c(5, 3, 7, kMarker);
   for (int j = 0; j < 3; ++j)
@@ -333,6 +357,31 @@ TEST_P(BranchKernels, TrsmZeroDiagonalGivesInfinitiesAndDenormalDividesExactly) 
   k().xdtrsm("L", "L", "N", "N", &m, &n, &alpha, ad, &ld, bd, &ld);
   EXPECT_EQ(bd[0], (tiny * 2) / tiny);
   EXPECT_EQ(bd[1], 5.0);
+}
+
+TEST_P(BranchKernels, TrsmNeverMultipliesByAnUnsafeReciprocal) {
+  // Many right-hand sides, where a leaf with a safe diagonal would be
+  // inverted: a zero or a denormal on the diagonal must still divide.
+  const int m = 3, n = 40, ld = 3;
+  const double tiny = std::numeric_limits<double>::denorm_min() * 5;
+  const double alpha = 1.0;
+  double a[9] = {2.0, 0.0, 0.0, 0.0, tiny, 0.0, 0.0, 0.0, 4.0};  // diagonal
+  std::vector<double> b(m * n);
+  for (int j = 0; j < n; ++j) {
+    b[0 + j * m] = 2.0;
+    b[1 + j * m] = tiny * 3;
+    b[2 + j * m] = 8.0;
+  }
+  k().xdtrsm("L", "L", "N", "N", &m, &n, &alpha, a, &ld, b.data(), &ld);
+  for (int j = 0; j < n; ++j) {
+    EXPECT_EQ(b[0 + j * m], 1.0);
+    EXPECT_EQ(b[1 + j * m], (tiny * 3) / tiny) << "column " << j;
+    EXPECT_EQ(b[2 + j * m], 2.0);
+  }
+  a[4] = 0.0;
+  for (int j = 0; j < n; ++j) b[1 + j * m] = 1.0;
+  k().xdtrsm("L", "U", "N", "N", &m, &n, &alpha, a, &ld, b.data(), &ld);
+  for (int j = 0; j < n; ++j) EXPECT_TRUE(std::isinf(b[1 + j * m])) << "column " << j;
 }
 
 // ---- Level 1 ------------------------------------------------------------------
