@@ -13,14 +13,20 @@ namespace {
 tarn_dgemm_mscale_fn* dgemm_mscale_cell = nullptr;
 tarn_dgemm_mscale_fn* const dgemm_mscale_candidates[] = TARN_BRANCH_CANDIDATES(dgemm_mscale);
 
+// The first call: choose the branch, then make the call. Kept out of line so
+// that the stub itself is a load, a test and a jump.
+__attribute__((noinline, cold)) void first_call(const int* m, const int* n, const double* beta,
+                                                double* c, const int* ldc) {
+  tarn_dgemm_mscale_fn* f = tarn_dispatch::resolve(&dgemm_mscale_cell, dgemm_mscale_candidates);
+  if (f == nullptr) return;
+  f(m, n, beta, c, ldc);
+}
+
 }  // namespace
 
 extern "C" void tarn_blas_dgemm_mscale(const int* m, const int* n, const double* beta, double* c,
                                        const int* ldc) {
   tarn_dgemm_mscale_fn* f = __atomic_load_n(&dgemm_mscale_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) {
-    f = tarn_dispatch::resolve(&dgemm_mscale_cell, dgemm_mscale_candidates);
-    if (f == nullptr) return;
-  }
+  if (__builtin_expect(f == nullptr, 0)) return first_call(m, n, beta, c, ldc);
   f(m, n, beta, c, ldc);
 }

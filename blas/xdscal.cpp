@@ -13,13 +13,19 @@ namespace {
 tarn_xdscal_fn* xdscal_cell = nullptr;
 tarn_xdscal_fn* const xdscal_candidates[] = TARN_BRANCH_CANDIDATES(xdscal);
 
+// The first call: choose the branch, then make the call. Kept out of line so
+// that the stub itself is a load, a test and a jump.
+__attribute__((noinline, cold)) void first_call(const int* n, const double* alpha, double* x,
+                                                const int* incx) {
+  tarn_xdscal_fn* f = tarn_dispatch::resolve(&xdscal_cell, xdscal_candidates);
+  if (f == nullptr) return;
+  f(n, alpha, x, incx);
+}
+
 }  // namespace
 
 extern "C" void tarn_blas_xdscal(const int* n, const double* alpha, double* x, const int* incx) {
   tarn_xdscal_fn* f = __atomic_load_n(&xdscal_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) {
-    f = tarn_dispatch::resolve(&xdscal_cell, xdscal_candidates);
-    if (f == nullptr) return;
-  }
+  if (__builtin_expect(f == nullptr, 0)) return first_call(n, alpha, x, incx);
   f(n, alpha, x, incx);
 }

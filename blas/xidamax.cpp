@@ -13,13 +13,18 @@ namespace {
 tarn_xidamax_fn* xidamax_cell = nullptr;
 tarn_xidamax_fn* const xidamax_candidates[] = TARN_BRANCH_CANDIDATES(xidamax);
 
+// The first call: choose the branch, then make the call. Kept out of line so
+// that the stub itself is a load, a test and a jump.
+__attribute__((noinline, cold)) int first_call(const int* n, const double* x, const int* incx) {
+  tarn_xidamax_fn* f = tarn_dispatch::resolve(&xidamax_cell, xidamax_candidates);
+  if (f == nullptr) return 0;
+  return f(n, x, incx);
+}
+
 }  // namespace
 
 extern "C" int tarn_blas_xidamax(const int* n, const double* x, const int* incx) {
   tarn_xidamax_fn* f = __atomic_load_n(&xidamax_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) {
-    f = tarn_dispatch::resolve(&xidamax_cell, xidamax_candidates);
-    if (f == nullptr) return 0;
-  }
+  if (__builtin_expect(f == nullptr, 0)) return first_call(n, x, incx);
   return f(n, x, incx);
 }

@@ -6,12 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -312,6 +314,18 @@ TEST(DispatchChild, DISABLED_StubsResolveOnTheirOwnFirstCall) {
                                            c, &two, nullptr, &ithr, &mode),
             -1)
       << "the team entry of a kernel-table branch is empty";
+  // Threads that meet an empty cell together all resolve it, and every one
+  // of them gets a working entry.
+  std::vector<double> v(1000, 1.0);
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t)
+    threads.emplace_back([&] {
+      const int len = 1000, inc = 1;
+      if (tarn_blas_xddot(&len, v.data(), &inc, v.data(), &inc) != 1000.0) ++wrong;
+    });
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(wrong.load(), 0);
   tarn_serv_cpu_set_probe(nullptr);
   fakecpu::current = nullptr;
 }
