@@ -11,9 +11,9 @@
 //    operation the solver calls). A tuned kernel replaces one by deleting that
 //    file and defining the same symbol in a file named after the routine.
 //  - kernels/<branch>/dgemm_services_generic.cpp stands for the GEMM
-//    services of Part "GEMM blocking" until the tuned GEMM of the branch
-//    brings its own; kernels/<branch>/empty_entries.cpp holds what the
-//    branch deliberately lacks (an entry that returns at once).
+//    services (descriptors, kernel table, buffers) until the tuned GEMM of
+//    the branch brings its own; kernels/<branch>/empty_entries.cpp holds
+//    what the branch deliberately lacks (an entry that returns at once).
 //  - kernels/<branch>/api_version.cpp answers the interface generations.
 //
 // All BLAS-shaped arguments are taken by reference, in BLAS order.
