@@ -506,6 +506,33 @@ TEST(Fprintf, PlainFormsWriteTheirStreamsUnbounded) {
     EXPECT_EQ(result.err, "e3;");
 }
 
+// Forwards its arguments to one of the va_list forms.
+int through_va_list(int (*form)(const char*, va_list), const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = form(format, args);
+    va_end(args);
+    return result;
+}
+
+int to_stream(FILE* stream, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = tarn_serv_vfprintf_s(stream, format, args);
+    va_end(args);
+    return result;
+}
+
+TEST(Fprintf, VaListFormsWriteTheirStreams) {
+    const auto result = capture::run_in_child([] {
+        std::printf("%d;", through_va_list(tarn_serv_vfprintf_stdout_s, "out%d", 1));
+        through_va_list(tarn_serv_vfprintf_stderr_s, "err%d", 2);
+        std::printf("%d;", to_stream(stdout, "%s", "stream"));
+    });
+    EXPECT_EQ(result.out, "out14;stream6;");
+    EXPECT_EQ(result.err, "err2");
+}
+
 // ---- Formatted input and files ----------------------------------------------------
 
 TEST(Scanf, ReadsIntegersInEveryBaseTheDriverAccepts) {
