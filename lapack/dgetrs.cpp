@@ -3,6 +3,7 @@
 
 #include "blas/blas.h"
 #include "lapack/lapack.h"
+#include "lapack/ps_small.h"
 #include "service/messages.h"
 #include "service/strings.h"
 
@@ -21,6 +22,8 @@ constexpr int kBackward = -1;
 constexpr int kFirstRow = 1;
 constexpr int kUnitStride = 1;
 constexpr double kOne = 1.0;
+// The last argument of the small solve, fixed by its interface.
+constexpr int kSmallPathOne = 1;
 
 // One triangular solve: a vector solve for a single right-hand side, the
 // blocked one for more.
@@ -38,9 +41,12 @@ void triangular_solve(const char* uplo, const char* trans, const char* diag, con
 extern "C" void tarn_lapack_dgetrs(const char* trans, const int* n, const int* nrhs,
                                    const double* a, const int* lda, const int* ipiv, double* b,
                                    const int* ldb, int* info) {
-  // Seam: n < 9 and nrhs < 9 will go to the small-matrix path
-  // (tarn_lapack_ps_dgetrs_small), which checks nothing; until it stands
-  // every size takes the general path below.
+  // Tiny systems go to straight-line code before any argument check: the
+  // small path checks nothing.
+  if (*n < tarn_ps_small::kDgetrsBelowN && *nrhs < tarn_ps_small::kDgetrsBelowNrhs) {
+    tarn_lapack_ps_dgetrs_small(trans, n, nrhs, a, lda, ipiv, b, ldb, info, &kSmallPathOne);
+    return;
+  }
 
   *info = 0;
   const bool notran = tarn_serv_lsame(trans, "N") != 0;
