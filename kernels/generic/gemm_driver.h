@@ -121,8 +121,10 @@ GemmBlocks gemm_block_sizes(int m, int n, int k) {
   return s;
 }
 
-// Prefetch for reading into all cache levels (a hint; no fault).
+// Prefetch for reading into all cache levels, and into the second-level
+// cache only (hints; no fault).
 inline void gemm_prefetch(const void* p) { __builtin_prefetch(p, 0, 3); }
+inline void gemm_prefetch_l2(const void* p) { __builtin_prefetch(p, 0, 2); }
 
 // One packed row panel of A (mr rows) against a packed block of B (ncols
 // columns): the register tile walks the columns, the A panel stays in the
@@ -132,7 +134,9 @@ inline void gemm_prefetch(const void* p) { __builtin_prefetch(p, 0, 3); }
 // While a tile runs, the next tile's lines of C are fetched, and a slice of
 // the next A panel (next_a, null when there is none yet), so that neither
 // arrives late from memory: C tiles lie a full column stride apart, and on
-// the later column blocks the A panels come back from the outer caches.
+// the later column blocks the A panels come back from the outer caches. The
+// next A panel goes to the second-level cache only: the current one fills
+// much of the first.
 // Measured on m=n=k=4000, avx512: without these prefetches the C and A
 // traffic cost about a quarter of the kernel's rate.
 template <class R>
@@ -160,7 +164,7 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
     }
     if (a_next != nullptr)
       for (int l = 0; l < a_lines_per_tile && a_line < a_lines; ++l, ++a_line)
-        gemm_prefetch(a_next + (ptrdiff_t)a_line * kLine);
+        gemm_prefetch_l2(a_next + (ptrdiff_t)a_line * kLine);
     if (rows == R::mr && cols == R::nr) {
       if (b0)
         R::kernel_b0(kc, apanel, bpanel, ct, ldc);
