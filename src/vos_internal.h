@@ -47,6 +47,8 @@ int32_t __vos_avail_proc_count();
 
 // Default team size when nothing was requested.
 int32_t __vos_default_team_nth();
+// First count of OMP_NUM_THREADS, 0 when unset or malformed.
+int32_t __vos_env_default_team_nth();
 
 // Stops the program with "assertion failure" and the source name.
 [[noreturn]] void __vos_debug_assert(const char* source, int line);

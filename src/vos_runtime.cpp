@@ -94,7 +94,12 @@ int32_t __vos_avail_proc_count() {
   return n;
 }
 
-int32_t __vos_default_team_nth() { return __vos_avail_proc_count(); }
+// Default size of a team: the first count of OMP_NUM_THREADS, else one
+// thread a processor of the placement mask. Read once.
+int32_t __vos_default_team_nth() {
+  static const int32_t from_env = __vos_env_default_team_nth();
+  return from_env > 0 ? from_env : __vos_avail_proc_count();
+}
 
 void __vos_debug_assert(const char* source, int line) {
   std::fprintf(stderr, "OMP: Error #13: Assertion failure at %s(%d).\n", source, line);
