@@ -134,6 +134,13 @@ TEST_P(GemmBranch, EveryColumnRemainderOfTheTile) {
   for (int n = 1; n <= 30; ++n) check({21, n, 9}, -1.0, 1.0);
 }
 
+TEST_P(GemmBranch, WideShapesThroughEveryTileRemainder) {
+  // Large enough for the packed path on every branch (small shapes take the
+  // packing-free path on avx2 and avx512), with every row remainder of tiles
+  // up to 28 rows and every column remainder up to 8 columns.
+  for (int r = 0; r <= 28; ++r) check({192 + r, 193 + r % 8, 13}, 1.0, r % 2 ? 0.0 : -1.0);
+}
+
 TEST_P(GemmBranch, DepthFromOneAcrossBlocks) {
   for (int k : {1, 2, 3, 4, 5, 7, 8, 9, 17, 47, 48, 129, 257, 383, 385}) check({13, 17, k}, 0.75, 0.25);
 }
@@ -227,8 +234,9 @@ class FailingAllocator {
 TEST_P(GemmBranch, FailedAllocationStillGivesTheProduct) {
   FailingAllocator fail;
   FailingAllocator::calls = 0;
-  check({67, 45, 300}, 1.5, 0.0, 1);
-  check({67, 45, 30}, 1.0, 2.0);
+  // Shapes that take the packed path on every branch.
+  check({250, 230, 300}, 1.5, 0.0, 1);
+  check({201, 199, 30}, 1.0, 2.0);
   EXPECT_GT(FailingAllocator::calls, 0) << "the packed path never asked for memory";
 }
 

@@ -1,5 +1,5 @@
-// One-thread DGEMM of the avx2 branch: the shared blocked driver with a 28
-// by 1 tile: seven accumulators of four rows, A taken from memory as the
+// One-thread DGEMM of the avx2 branch: the choice between the packed and
+// the packing-free path, both on a 28 by 1 tile: seven accumulators of four rows, A taken from memory as the
 // fused multiply-add's operand, one register for the broadcast B value.
 // Seven chains bound it at 7/8 of the peak, where six accumulators (the
 // 12 by 2 and 4 by 6 tiles) stop at 6/8. Measured here on one packed panel
@@ -13,6 +13,7 @@
 #include "kernels/gemm_desc.h"
 #include "kernels/generic/gemm_driver.h"
 #include "kernels/generic/gemm_microkernel.h"
+#include "kernels/generic/gemm_nocopy.h"
 
 namespace {
 
@@ -35,6 +36,43 @@ struct Avx2Sizes {
 
 using Avx2Gemm = GemmMemoryATileRecord<Avx2Vector, 7, 1, Avx2Sizes>;
 
+struct Avx2GemmNocopy : Avx2Gemm {
+  static constexpr int nocopy_max_k = 256;
+};
+
+// K, M, N limits of the packing-free driver by transposition: (a, b, c) as
+// told there.
+constexpr GemmNocopyLimit kNocopyM = {8064, 4032, 6048};
+constexpr GemmNocopyLimits kNocopyLimitsNN = {{192, 96, 96}, kNocopyM, {192, 96, 144}};
+constexpr GemmNocopyLimits kNocopyLimitsNT = {{384, 192, 192}, kNocopyM, {192, 96, 144}};
+constexpr GemmNocopyLimits kNocopyLimitsTN = {{192, 96, 96}, kNocopyM, {96, 48, 72}};
+constexpr GemmNocopyLimits kNocopyLimitsTT = {{512, 256, 256}, kNocopyM, {96, 48, 72}};
+
+// Thresholds of the path choice.
+constexpr int kSquareNocopyOrder1 = 9, kSquareNocopyOrder2 = 12;
+constexpr int kShallowK = 128, kThinQ = 10, kThinNocopyMaxM = 100, kThinPackedMinN = 10;
+constexpr int kVeryShallowK = 10, kTinyK = 6, kTinySide = 40;
+constexpr int kNocopyBelowMN = 72, kNocopyBelowNN = 24, kNocopyBelowT = 56;
+
+// True for the packing-free path, false for the packed one.
+bool avx2_take_nocopy(bool ta, int m, int n, int k, double alpha, double beta) {
+  if (m == k && (m == kSquareNocopyOrder1 || m == kSquareNocopyOrder2) && beta == 0.0)
+    return true;
+  if (alpha == 0.0) return false;
+  if (k <= kShallowK) {
+    const int q = (int)(((long long)m * n) / ((long long)m + n));
+    if (q <= kThinQ) {
+      if (m <= kThinNocopyMaxM) return true;
+      if (n > kThinPackedMinN) return false;
+      if (k <= kVeryShallowK) return true;
+      return false;
+    }
+    if (k <= kTinyK && m <= kTinySide && n <= kTinySide) return true;
+  }
+  if (!ta) return m < kNocopyBelowMN || n < kNocopyBelowNN;
+  return m < kNocopyBelowT || n < kNocopyBelowT;
+}
+
 }  // namespace
 
 extern "C" void tarn_blas_avx2_xdgemm(const char* transa, const char* transb, const int* m,
@@ -42,8 +80,17 @@ extern "C" void tarn_blas_avx2_xdgemm(const char* transa, const char* transb, co
                                       const double* a, const int* lda, const double* b,
                                       const int* ldb, const double* beta, double* c,
                                       const int* ldc) {
-  gemm_packed_path<Avx2Gemm>(kGemmLoopOrderRowsFirst, gemm_is_trans(transa),
-                             gemm_is_trans(transb), *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta,
-                             c, *ldc);
+  const int mm = *m, nn = *n, kk = *k;
+  if (mm <= 0 || nn <= 0) return;
+  const bool ta = gemm_is_trans(transa), tb = gemm_is_trans(transb);
+  if (avx2_take_nocopy(ta, mm, nn, kk, *alpha, *beta)) {
+    const GemmNocopyLimits& lim = ta ? (tb ? kNocopyLimitsTT : kNocopyLimitsTN)
+                                     : (tb ? kNocopyLimitsNT : kNocopyLimitsNN);
+    gemm_nocopy_driver<Avx2GemmNocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb, *beta, c,
+                                       *ldc, lim);
+  } else {
+    gemm_packed_path<Avx2Gemm>(kGemmLoopOrderRowsFirst, ta, tb, mm, nn, kk, *alpha, a, *lda, b,
+                               *ldb, *beta, c, *ldc);
+  }
   _mm256_zeroupper();
 }

@@ -1,16 +1,60 @@
-// One-thread DGEMM of the avx512 branch: path choice, then the shared
-// blocked driver with this branch's 8 by 7 kernel.
+// One-thread DGEMM of the avx512 branch: the choice between the packed
+// path, the packing-free path and the two-or-three-column routines, all on
+// this branch's 8 by 7 tile.
 #include "kernels/avx512/dgemm_kernel_0.h"
 #include "kernels/gemm_desc.h"
 #include "kernels/generic/gemm_driver.h"
+#include "kernels/generic/gemm_nocopy.h"
+#include "kernels/generic/gemm_smalln.h"
+
+namespace {
+
+// Below this many rows or columns the packing would not pay for itself.
+constexpr int kNocopyBelow = 192;
+
+// K, M, N limits of the packing-free driver: (a, b, c) as told there.
+constexpr GemmNocopyLimits kNocopyLimitsAN = {{768, 384, 384}, {8064, 4032, 6048}, {128, 64, 96}};
+constexpr GemmNocopyLimits kNocopyLimitsAT = {{384, 192, 192}, {8064, 4032, 6048}, {768, 384, 576}};
+
+struct Avx512GemmNocopy : Avx512Gemm {
+  static constexpr int nocopy_max_k = 384;
+};
+
+}  // namespace
 
 extern "C" void tarn_blas_avx512_xdgemm(const char* transa, const char* transb, const int* m,
                                         const int* n, const int* k, const double* alpha,
                                         const double* a, const int* lda, const double* b,
                                         const int* ldb, const double* beta, double* c,
                                         const int* ldc) {
+  const int mm = *m, nn = *n, kk = *k;
+  if (mm <= 0 || nn <= 0) return;
   const bool ta = gemm_is_trans(transa), tb = gemm_is_trans(transb);
-  gemm_packed_path<Avx512Gemm>(kGemmLoopOrderRowsFirst, ta, tb, *m, *n, *k, *alpha, a, *lda, b,
-                               *ldb, *beta, c, *ldc);
+  if (kk > 0 && ta && !tb && (nn == 2 || nn == 3)) {
+    if (nn == 2)
+      gemm_t_smalln<2>(mm, kk, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+    else
+      gemm_t_smalln<3>(mm, kk, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+    return;
+  }
+  if (kk > 0 && !ta && !tb && nn == 2) {
+    gemm_n_smalln<2>(mm, kk, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
+    return;
+  }
+  bool packed;
+  if (*alpha == 0.0)
+    packed = true;
+  else if (!ta)
+    packed = !(mm < kNocopyBelow || nn < kNocopyBelow);
+  else if (mm > nn && mm >= kk)
+    packed = true;
+  else
+    packed = !(mm < kNocopyBelow || nn < kNocopyBelow);
+  if (packed)
+    gemm_packed_path<Avx512Gemm>(kGemmLoopOrderRowsFirst, ta, tb, mm, nn, kk, *alpha, a, *lda, b,
+                                 *ldb, *beta, c, *ldc);
+  else
+    gemm_nocopy_driver<Avx512GemmNocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb, *beta, c,
+                                         *ldc, ta ? kNocopyLimitsAT : kNocopyLimitsAN);
   _mm256_zeroupper();
 }

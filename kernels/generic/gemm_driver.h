@@ -121,6 +121,21 @@ GemmBlocks gemm_block_sizes(int m, int n, int k) {
   return s;
 }
 
+// Writes the rows x cols corner of a full scratch tile to C: stored when C
+// is not to be read (beta 0), else added.
+template <class R>
+void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc, bool b0) {
+  for (int j = 0; j < cols; ++j) {
+    double* cc = c + (ptrdiff_t)j * ldc;
+    const double* tt = tile + j * R::mr;
+    if (b0) {
+      for (int i = 0; i < rows; ++i) cc[i] = tt[i];
+    } else {
+      for (int i = 0; i < rows; ++i) cc[i] += tt[i];
+    }
+  }
+}
+
 // Prefetch for reading into all cache levels, and into the second-level
 // cache only (hints; no fault).
 inline void gemm_prefetch(const void* p) { __builtin_prefetch(p, 0, 3); }
@@ -174,15 +189,7 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
     }
     alignas(64) double tile[R::mr * R::nr];
     R::kernel_b0(kc, apanel, bpanel, tile, R::mr);
-    for (int j = 0; j < cols; ++j) {
-      double* cc = ct + (ptrdiff_t)j * ldc;
-      const double* tt = tile + j * R::mr;
-      if (b0) {
-        for (int i = 0; i < rows; ++i) cc[i] = tt[i];
-      } else {
-        for (int i = 0; i < rows; ++i) cc[i] += tt[i];
-      }
-    }
+    gemm_merge_tile<R>(rows, cols, tile, ct, ldc, b0);
   }
 }
 
