@@ -1,0 +1,252 @@
+// The large solve of the descriptor branches (avx2, avx512): the four
+// xdtrsm_<side>_<uplo>_fullacopybcopy drivers, one template in the left
+// frame of trsm_frame.h, over the branch's GEMM record R (register tile
+// mr by nr, the packed micro-kernel, the depth block) and its DGEMM.
+//
+// The order is walked in diagonal blocks of R::kc_large rows, in solve
+// order. Each block's triangle is packed once (dtrxm_copy_*: for every
+// micro-panel of mr rows, the part left of the diagonal times -1 in the
+// product's A format, then the mr by mr triangle with its diagonal prepared
+// by dtrsm_scale_*). Then, for each column block of B, the block's rows of
+// B are packed in the product's B format and solved tile by tile
+// (dtrsm_kernel_<..>_0): the product micro-kernel applies the rows already
+// solved in this block, the triangle is solved on the tile, and the result
+// goes to B and into the packed B, where the next micro-panels read it.
+// What lies beyond the block is one product of the branch, alpha -1, beta 1,
+// with the block's depth: so nearly all the work runs in the DGEMM kernel.
+//
+// Measured on avx512, m = n = 4000 (bench_blas trsm): see bench/bench_trsm.cpp.
+//
+// Branch-generic: included by the kernel files of each branch and compiled
+// with that branch's instruction set, hence the anonymous namespace.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kernels/gemm_desc.h"
+#include "kernels/generic/gemm_driver.h"
+#include "kernels/generic/gemm_pack.h"
+#include "kernels/generic/trsm_a4.h"
+#include "kernels/generic/trsm_frame.h"
+#include "service/messages.h"
+
+namespace {
+
+// Narrow solves go to xdtrsm_v1: an order up to kTrsmNarrowAny, or a
+// multiple of kTrsmUnit up to kTrsmNarrowUnits. The same bounds serve avx512:
+// its product's tile is twice as tall, so the packed driver's first micro-
+// panels would be even emptier there.
+constexpr int kTrsmNarrowAny = 12;
+constexpr int kTrsmNarrowUnits = 88;
+
+// Doubles of one packed micro-panel of a block of depth kb.
+template <class R>
+constexpr int trsm_panel_doubles(int kb) {
+  return R::mr * kb + R::mr * R::mr;
+}
+
+// dtrxm_copy_*: the triangle of the frame's diagonal block [r0, r0+len)
+// (len <= R::kc_large), micro-panel by micro-panel at ir = 0, mr, 2mr, ...
+// Each panel: -op'(A)(rows, solved part of the block) in the product's A
+// format (k-major, mr values per k), then the mr by mr triangle row-major,
+// [i*mr + k]; rows beyond the block are an identity. The diagonal is
+// prepared by dtrsm_scale_*: 1/A(i,i) (Recip), A(i,i) (the _rf form), or 1
+// for a unit diagonal, never read.
+template <class R, bool Recip>
+void trsm_pack_block(const TrsmFrame& f, int r0, int len, double* dst) {
+  constexpr int mr = R::mr;
+  const int stride = trsm_panel_doubles<R>(R::kc_large);
+  // Loop over the block's rows, mr at a time.
+  for (int ir = 0; ir < len; ir += mr) {
+    const int rows = trsm_min(mr, len - ir);
+    double* panel = dst + (ir / mr) * stride;
+    const int k0 = f.lower ? r0 : r0 + ir + rows;
+    const int k = f.lower ? ir : len - ir - rows;
+    if (k > 0)
+      gemm_pack_a_panel<mr>(f.ta, rows, k, gemm_a_source<R>(f.ta, f.a, f.lda, r0 + ir, k0), f.lda,
+                            -1.0, panel);
+    double* tri = panel + mr * k;
+    for (int i = 0; i < mr; ++i)
+      for (int c = 0; c < mr; ++c) {
+        double v = 0.0;
+        if (i >= rows || c >= rows) {
+          v = i == c ? 1.0 : 0.0;
+        } else if (i == c) {
+          const double d = f.unit ? 1.0 : f.at(r0 + ir + i, r0 + ir + i);
+          v = (Recip && !f.unit) ? 1.0 / d : d;  // dtrsm_scale_*
+        } else if (f.lower ? c < i : c > i) {
+          v = f.at(r0 + ir + i, r0 + ir + c);
+        }
+        tri[i * mr + c] = v;
+      }
+  }
+}
+
+// dtrsm_kernel_<..>_0: one tile of rows x cols (at most mr by nr) of the
+// block. bsolved/k: the packed rows of this column panel already solved in
+// the block and their count; brow: the packed rows of the tile itself; out:
+// B'(first row, first column) of the tile. The update runs in the product
+// micro-kernel, the triangle on a copy of the tile.
+template <class R, bool Lower, bool Unit, bool Rf>
+void trsm_tile(int k, const double* apanel, const double* bsolved, const double* tri,
+               double* brow, int rows, int cols, double* out, ptrdiff_t rs, ptrdiff_t cs) {
+  constexpr int mr = R::mr, nr = R::nr;
+  alignas(64) double upd[mr * nr];
+  R::kernel_b0(k, apanel, bsolved, upd, mr);
+  double x[mr][nr];
+  for (int i = 0; i < mr; ++i)
+    for (int j = 0; j < nr; ++j) x[i][j] = i < rows ? brow[i * nr + j] + upd[j * mr + i] : 0.0;
+  // Loop over the tile's rows in solve order.
+  for (int step = 0; step < rows; ++step) {
+    const int i = Lower ? step : rows - 1 - step;
+    const int c0 = Lower ? 0 : i + 1, c1 = Lower ? i : rows;
+    for (int c = c0; c < c1; ++c) {
+      const double t = tri[i * mr + c];
+      for (int j = 0; j < nr; ++j) x[i][j] -= t * x[c][j];
+    }
+    if (!Unit) {
+      const double d = tri[i * mr + i];
+      for (int j = 0; j < nr; ++j) x[i][j] = Rf ? x[i][j] / d : x[i][j] * d;
+    }
+  }
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < nr; ++j) brow[i * nr + j] = x[i][j];
+    for (int j = 0; j < cols; ++j) out[i * rs + j * cs] = x[i][j];
+  }
+}
+
+using TrsmTileFn = void(int k, const double* apanel, const double* bsolved, const double* tri,
+                        double* brow, int rows, int cols, double* out, ptrdiff_t rs,
+                        ptrdiff_t cs);
+
+// The tile kernels by case; the names follow the side and the triangle of
+// op(A), as the drivers do (on the right the frame's triangle is the other).
+template <class R, bool Unit, bool Rf>
+struct TrsmTileKernels {
+  static constexpr TrsmTileFn* dtrsm_kernel_ll_0 = trsm_tile<R, true, Unit, Rf>;
+  static constexpr TrsmTileFn* dtrsm_kernel_lu_0 = trsm_tile<R, false, Unit, Rf>;
+  static constexpr TrsmTileFn* dtrsm_kernel_rl_0 = trsm_tile<R, false, Unit, Rf>;
+  static constexpr TrsmTileFn* dtrsm_kernel_ru_0 = trsm_tile<R, true, Unit, Rf>;
+};
+
+template <class R>
+TrsmTileFn* trsm_pick_tile(bool frame_lower, bool unit, bool rf) {
+  if (unit) return frame_lower ? trsm_tile<R, true, true, false> : trsm_tile<R, false, true, false>;
+  if (rf) return frame_lower ? trsm_tile<R, true, false, true> : trsm_tile<R, false, false, true>;
+  return frame_lower ? trsm_tile<R, true, false, false> : trsm_tile<R, false, false, false>;
+}
+
+// The packed driver on a frame whose B is already multiplied by alpha.
+template <class R, tarn_xdgemm_fn* Gemm>
+void trsm_packed_driver(const TrsmFrame& f) {
+  constexpr int mr = R::mr, nr = R::nr, kb = R::kc_large;
+  const int s = f.order, n = f.rhs;
+  if (s <= 0 || n <= 0) return;
+  const int nc = trsm_round_up(trsm_min(n, R::nc_max), nr);
+  const int panels = kb / mr;
+  const size_t a_doubles = static_cast<size_t>(panels) * trsm_panel_doubles<R>(kb);
+  const size_t b_doubles = static_cast<size_t>(kb) * nc;
+  const size_t bytes = (a_doubles + b_doubles) * sizeof(double) + kGemmBothBuffersSlack;
+  void* raw = tarn_blas_gemm_buffer_allocate(bytes, kGemmBufferAlignment);
+  if (tarn_serv_check_ptr_and_warn(raw, "DTRSM")) {
+    trsm_blocked_substitute<Gemm>(f);
+    return;
+  }
+  const uintptr_t bstart = gemm_up4k(reinterpret_cast<uintptr_t>(raw)) + kGemmBOffset;
+  double* bbuf = reinterpret_cast<double*>(bstart);
+  double* abuf =
+      reinterpret_cast<double*>(gemm_up4k(bstart + b_doubles * sizeof(double)) + kGemmAOffset);
+  const int stride = trsm_panel_doubles<R>(kb);
+  const ptrdiff_t rs = f.rs(), cs = f.cs();
+
+  // Loop over the order, kb rows at a time, in solve order (upper: from the
+  // end, so that a short block is the last one solved).
+  for (int done = 0; done < s; done += kb) {
+    const int len = trsm_min(kb, s - done);
+    const int r0 = f.lower ? done : s - done - len;
+    const bool safe = trsm_diagonal_safe(f, r0, len);
+    if (safe)
+      trsm_pack_block<R, true>(f, r0, len, abuf);
+    else
+      trsm_pack_block<R, false>(f, r0, len, abuf);
+    TrsmTileFn* tile = trsm_pick_tile<R>(f.lower, f.unit, !safe);
+    const int npanels = (len + mr - 1) / mr;
+    // Loop over the right-hand sides, nc at a time; pack the block's rows of
+    // B here.
+    for (int jc = 0; jc < n; jc += nc) {
+      const int ncur = trsm_min(nc, n - jc);
+      // Loop over the column block, nr at a time.
+      for (int jr = 0; jr < ncur; jr += nr)
+        gemm_pack_b_panel<nr>(f.right, len, trsm_min(nr, ncur - jr), f.bp(r0, jc + jr), f.ldb,
+                              bbuf + static_cast<ptrdiff_t>(jr) * len);
+      // Loop over the block's micro-panels of mr rows, in solve order.
+      for (int q = 0; q < npanels; ++q) {
+        const int p = f.lower ? q : npanels - 1 - q;
+        const int ir = p * mr, rows = trsm_min(mr, len - ir);
+        const int k = f.lower ? ir : len - ir - rows;
+        const int solved = f.lower ? 0 : ir + rows;
+        const double* apanel = abuf + static_cast<ptrdiff_t>(p) * stride;
+        const double* tri = apanel + mr * k;
+        // Loop over the column block, one tile of nr columns at a time.
+        for (int jr = 0; jr < ncur; jr += nr) {
+          double* panel = bbuf + static_cast<ptrdiff_t>(jr) * len;
+          tile(k, apanel, panel + solved * nr, tri, panel + ir * nr, rows,
+               trsm_min(nr, ncur - jr), f.bp(r0 + ir, jc + jr), rs, cs);
+        }
+      }
+    }
+    // The rest of the order, from this block: one product.
+    if (f.lower)
+      trsm_update<Gemm>(f, r0 + len, s - r0 - len, r0, len);
+    else
+      trsm_update<Gemm>(f, 0, r0, r0, len);
+  }
+  tarn_blas_gemm_buffer_deallocate(raw);
+}
+
+// The four descriptor drivers by the case of the caller's arguments; in the
+// frame right_upper and left_lower are forward solves, the other two
+// backward ones.
+template <class R, tarn_xdgemm_fn* Gemm>
+void xdtrsm_left_upper_fullacopybcopy(const TrsmFrame& f) { trsm_packed_driver<R, Gemm>(f); }
+template <class R, tarn_xdgemm_fn* Gemm>
+void xdtrsm_left_lower_fullacopybcopy(const TrsmFrame& f) { trsm_packed_driver<R, Gemm>(f); }
+template <class R, tarn_xdgemm_fn* Gemm>
+void xdtrsm_right_upper_fullacopybcopy(const TrsmFrame& f) { trsm_packed_driver<R, Gemm>(f); }
+template <class R, tarn_xdgemm_fn* Gemm>
+void xdtrsm_right_lower_fullacopybcopy(const TrsmFrame& f) { trsm_packed_driver<R, Gemm>(f); }
+
+// xdtrsm of the descriptor branches: narrow orders to xdtrsm_v1, the rest
+// scaled by alpha through mscale (alpha 0 clears B without reading A and
+// ends there) and solved by the case's packed driver.
+template <class R, tarn_xdgemm_fn* Gemm, tarn_dgemm_mscale_fn* Mscale, tarn_xdtrsm_fn* V1>
+void xdtrsm_descriptor_impl(const char* side, const char* uplo, const char* transa,
+                            const char* diag, const int* m, const int* n, const double* alpha,
+                            const double* a, const int* lda, double* b, const int* ldb) {
+  if (*m <= 0 || *n <= 0) return;
+  const char sd = trsm_fold(side);
+  const int order = sd == 'L' ? *m : *n;
+  if (order <= kTrsmNarrowAny || (order % kTrsmUnit == 0 && order <= kTrsmNarrowUnits)) {
+    V1(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);
+    return;
+  }
+  if (*alpha != 1.0) Mscale(m, n, alpha, b, ldb);
+  if (*alpha == 0.0) return;
+  const TrsmFrame f = trsm_make_frame(sd, trsm_fold(uplo), trsm_fold(transa), trsm_fold(diag), *m,
+                                      *n, a, *lda, b, *ldb);
+  const bool op_lower = f.right ? !f.lower : f.lower;
+  if (!f.right) {
+    if (op_lower)
+      xdtrsm_left_lower_fullacopybcopy<R, Gemm>(f);
+    else
+      xdtrsm_left_upper_fullacopybcopy<R, Gemm>(f);
+  } else {
+    if (op_lower)
+      xdtrsm_right_lower_fullacopybcopy<R, Gemm>(f);
+    else
+      xdtrsm_right_upper_fullacopybcopy<R, Gemm>(f);
+  }
+}
+
+}  // namespace
