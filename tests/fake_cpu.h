@@ -46,7 +46,7 @@ struct Processor {
 
   // A vendor with basic leaves up to 0x14 and extended leaves up to
   // 0x80000008; family 6, model 0x55 unless changed.
-  explicit Processor(const char* vendor = "GenuineIntel") {
+  explicit Processor(const char* vendor = "GenuineVexan") {
     auto& l0 = leaf(0);
     l0[kEax] = 0x14;
     std::memcpy(&l0[kEbx], vendor, 4);
