@@ -38,6 +38,7 @@ using Avx2Gemm = GemmMemoryATileRecord<Avx2Vector, 7, 1, Avx2Sizes>;
 
 struct Avx2GemmNocopy : Avx2Gemm {
   static constexpr int nocopy_max_k = 256;
+  static constexpr int nocopy_max_cols = 96;
 };
 
 // K, M, N limits of the packing-free driver by transposition: (a, b, c) as

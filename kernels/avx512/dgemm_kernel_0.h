@@ -17,26 +17,23 @@
 
 namespace {
 
-// B(p, j) is read at b[p*sk + j*sj]: the packed panel has sk = 7, sj = 1
-// (constants once inlined); the packing-free driver reads B in place.
 template <bool B0>
-__attribute__((always_inline)) inline void avx512_dgemm_tile(int kc, const double* __restrict a,
-                                                             const double* __restrict b, int sk,
-                                                             int sj, double* c, int ldc) {
+inline void avx512_dgemm_tile(int kc, const double* __restrict a, const double* __restrict b,
+                              double* c, int ldc) {
   __m512d c0 = _mm512_setzero_pd(), c1 = c0, c2 = c0, c3 = c0, c4 = c0, c5 = c0, c6 = c0;
   // Loop over the depth, one k at a time (unrolled by 4).
 #pragma GCC unroll 4
   for (int p = 0; p < kc; ++p) {
     const __m512d av = _mm512_loadu_pd(a);
     c0 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[0]), c0);
-    c1 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[1 * sj]), c1);
-    c2 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[2 * sj]), c2);
-    c3 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[3 * sj]), c3);
-    c4 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[4 * sj]), c4);
-    c5 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[5 * sj]), c5);
-    c6 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[6 * sj]), c6);
+    c1 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[1]), c1);
+    c2 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[2]), c2);
+    c3 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[3]), c3);
+    c4 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[4]), c4);
+    c5 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[5]), c5);
+    c6 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[6]), c6);
     a += 8;
-    b += sk;
+    b += 7;
   }
   if (B0) {
     _mm512_storeu_pd(c, c0);
@@ -63,18 +60,10 @@ struct Avx512Gemm {
   static constexpr int mc_max = 4992, nc_max = 192, nc_max_small_k = 24, small_k = 48;
   static constexpr int pst_m_limit = 8, pst_n_limit = 6;
   static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    avx512_dgemm_tile<false>(kc, a, b, nr, 1, c, ldc);
+    avx512_dgemm_tile<false>(kc, a, b, c, ldc);
   }
   static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    avx512_dgemm_tile<true>(kc, a, b, nr, 1, c, ldc);
-  }
-  static void kernel_sb(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                        int ldc) {
-    avx512_dgemm_tile<false>(kc, a, b, sk, sj, c, ldc);
-  }
-  static void kernel_sb_b0(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                           int ldc) {
-    avx512_dgemm_tile<true>(kc, a, b, sk, sj, c, ldc);
+    avx512_dgemm_tile<true>(kc, a, b, c, ldc);
   }
 };
 

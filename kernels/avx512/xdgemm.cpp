@@ -18,6 +18,7 @@ constexpr GemmNocopyLimits kNocopyLimitsAT = {{384, 192, 192}, {8064, 4032, 6048
 
 struct Avx512GemmNocopy : Avx512Gemm {
   static constexpr int nocopy_max_k = 384;
+  static constexpr int nocopy_max_cols = 98;
 };
 
 }  // namespace

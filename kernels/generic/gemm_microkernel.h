@@ -9,10 +9,6 @@
 //   zero(), load(p), splat(p) (broadcast of *p), madd(a, b, acc) (acc + a*b),
 //   add(x, y), store(p, x)
 //
-// Every tile reads B(p, j) at b[p*sk + j*sj]: the packed panel has sk = NR
-// and sj = 1 (constants once inlined), the packing-free driver passes the
-// caller's strides and reads B in place.
-//
 // Branch-generic: included by the kernel files of each branch and compiled
 // with that branch's instruction set, hence the anonymous namespace.
 #pragma once
@@ -20,9 +16,8 @@
 namespace {
 
 template <class V, int NR, bool B0>
-__attribute__((always_inline)) inline void gemm_vector_tile(int kc, const double* __restrict a,
-                                                            const double* __restrict b, int sk,
-                                                            int sj, double* c, int ldc) {
+inline void gemm_vector_tile(int kc, const double* __restrict a, const double* __restrict b,
+                             double* c, int ldc) {
   typename V::T acc[NR];
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j) acc[j] = V::zero();
@@ -31,9 +26,9 @@ __attribute__((always_inline)) inline void gemm_vector_tile(int kc, const double
   for (int p = 0; p < kc; ++p) {
     const typename V::T av = V::load(a);
 #pragma GCC unroll 16
-    for (int j = 0; j < NR; ++j) acc[j] = V::madd(av, V::splat(b + j * sj), acc[j]);
+    for (int j = 0; j < NR; ++j) acc[j] = V::madd(av, V::splat(b + j), acc[j]);
     a += V::width;
-    b += sk;
+    b += NR;
   }
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j) {
@@ -50,9 +45,8 @@ __attribute__((always_inline)) inline void gemm_vector_tile(int kc, const double
 // MV*NR accumulators. With a fused multiply-add, MV = 7 and NR = 1 gives
 // seven accumulators in eight registers.
 template <class V, int MV, int NR, bool B0>
-__attribute__((always_inline)) inline void gemm_memory_a_tile(int kc, const double* __restrict a,
-                                                              const double* __restrict b, int sk,
-                                                              int sj, double* c, int ldc) {
+inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double* __restrict b,
+                               double* c, int ldc) {
   typename V::T acc[MV][NR];
 #pragma GCC unroll 16
   for (int i = 0; i < MV; ++i)
@@ -63,13 +57,13 @@ __attribute__((always_inline)) inline void gemm_memory_a_tile(int kc, const doub
   for (int p = 0; p < kc; ++p) {
     typename V::T bb[NR];
 #pragma GCC unroll 16
-    for (int j = 0; j < NR; ++j) bb[j] = V::splat(b + j * sj);
+    for (int j = 0; j < NR; ++j) bb[j] = V::splat(b + j);
 #pragma GCC unroll 16
     for (int i = 0; i < MV; ++i)
 #pragma GCC unroll 16
       for (int j = 0; j < NR; ++j) acc[i][j] = V::madd(V::load(a + i * V::width), bb[j], acc[i][j]);
     a += MV * V::width;
-    b += sk;
+    b += NR;
   }
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j)
@@ -87,18 +81,10 @@ template <class V, int MV, int NR, class Sizes>
 struct GemmMemoryATileRecord : Sizes {
   static constexpr int mr = MV * V::width, nr = NR;
   static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_memory_a_tile<V, MV, NR, false>(kc, a, b, nr, 1, c, ldc);
+    gemm_memory_a_tile<V, MV, NR, false>(kc, a, b, c, ldc);
   }
   static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_memory_a_tile<V, MV, NR, true>(kc, a, b, nr, 1, c, ldc);
-  }
-  static void kernel_sb(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                        int ldc) {
-    gemm_memory_a_tile<V, MV, NR, false>(kc, a, b, sk, sj, c, ldc);
-  }
-  static void kernel_sb_b0(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                           int ldc) {
-    gemm_memory_a_tile<V, MV, NR, true>(kc, a, b, sk, sj, c, ldc);
+    gemm_memory_a_tile<V, MV, NR, true>(kc, a, b, c, ldc);
   }
 };
 
@@ -107,18 +93,10 @@ template <class V, int NR, class Sizes>
 struct GemmVectorTileRecord : Sizes {
   static constexpr int mr = V::width, nr = NR;
   static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_vector_tile<V, NR, false>(kc, a, b, nr, 1, c, ldc);
+    gemm_vector_tile<V, NR, false>(kc, a, b, c, ldc);
   }
   static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_vector_tile<V, NR, true>(kc, a, b, nr, 1, c, ldc);
-  }
-  static void kernel_sb(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                        int ldc) {
-    gemm_vector_tile<V, NR, false>(kc, a, b, sk, sj, c, ldc);
-  }
-  static void kernel_sb_b0(int kc, const double* a, const double* b, int sk, int sj, double* c,
-                           int ldc) {
-    gemm_vector_tile<V, NR, true>(kc, a, b, sk, sj, c, ldc);
+    gemm_vector_tile<V, NR, true>(kc, a, b, c, ldc);
   }
 };
 

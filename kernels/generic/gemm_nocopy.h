@@ -1,9 +1,12 @@
 // The packing-free path of the descriptor branches (avx2, avx512): no heap
-// buffer at all. B is read in place by the register tile; each slab of mr
-// rows of A is copied once, times alpha, into a scratch area on the stack
-// and serves every column group of the block (so A costs one pass, as if
-// packed during the first column group). Column groups narrower than the
-// tile go through a small stack copy of their B columns.
+// buffer and no cached work memory, only the stack. Each block of B (at
+// most nocopy_max_cols columns) is copied into a stack area in the packed
+// panel format, and each slab of mr rows of A, times alpha, into another,
+// then the packed tile runs on them. Reading B in place from the tile was
+// tried first: with seven columns at the caller's stride the 32-bit mode
+// has too few general registers for the addresses, and the compiler
+// reloaded every column offset from the stack on each k (24 % of peak on
+// avx512 for m=4000, n=k=128, against about twice that with the copy).
 //
 // Three loops cut K, M and N, outermost first. Each limit comes as three
 // numbers (a, b, c): a remaining length of at least a takes a block of b;
@@ -11,9 +14,8 @@
 // last block is never a sliver; otherwise it takes the remainder.
 //
 // The branch record adds, to what the packed driver needs:
-//   kernel_sb(kc, a, b, sk, sj, c, ldc), kernel_sb_b0(...)
-//                      the tile with B(p, j) read at b[p*sk + j*sj]
-//   nocopy_max_k       the largest K block of its limits (scratch size)
+//   nocopy_max_k       the largest K block of its limits
+//   nocopy_max_cols    the widest B block copied at once (a multiple of nr)
 //
 // Branch-generic: included by the kernel files of each branch and compiled
 // with that branch's instruction set, hence the anonymous namespace.
@@ -42,32 +44,20 @@ template <class R>
 void gemm_nocopy_block_product(bool ta, bool tb, int mb, int nb, int kb, double alpha,
                                const double* a, int lda, const double* b, int ldb, bool b0,
                                double* c, int ldc) {
+  static_assert(R::nocopy_max_cols % R::nr == 0, "B copies hold whole panels");
   alignas(64) double aslab[R::mr * R::nocopy_max_k];
-  alignas(64) double bcols[R::nr * R::nocopy_max_k];
-  alignas(64) double tile[R::mr * R::nr];
-  const int sk = tb ? ldb : 1, sj = tb ? 1 : ldb;
-  // Loop over the rows of the block, mr at a time; copy the A slab once.
-  for (int ir = 0; ir < mb; ir += R::mr) {
-    const int rows = gemm_min(R::mr, mb - ir);
-    gemm_pack_a_panel<R::mr>(ta, rows, kb, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
-                             aslab);
-    // Loop over the columns of the block, nr at a time; B read in place.
-    for (int jr = 0; jr < nb; jr += R::nr) {
-      const int cols = gemm_min(R::nr, nb - jr);
-      const double* bsrc = tb ? b + jr : b + (ptrdiff_t)jr * ldb;
-      double* ct = c + ir + (ptrdiff_t)jr * ldc;
-      if (cols < R::nr) {
-        gemm_pack_b_panel<R::nr>(tb, kb, cols, bsrc, ldb, bcols);
-        R::kernel_b0(kb, aslab, bcols, tile, R::mr);
-        gemm_merge_tile<R>(rows, cols, tile, ct, ldc, b0);
-      } else if (rows < R::mr) {
-        R::kernel_sb_b0(kb, aslab, bsrc, sk, sj, tile, R::mr);
-        gemm_merge_tile<R>(rows, cols, tile, ct, ldc, b0);
-      } else if (b0) {
-        R::kernel_sb_b0(kb, aslab, bsrc, sk, sj, ct, ldc);
-      } else {
-        R::kernel_sb(kb, aslab, bsrc, sk, sj, ct, ldc);
-      }
+  alignas(64) double bcopy[R::nocopy_max_cols * R::nocopy_max_k];
+  // Loop over the columns of the block, nocopy_max_cols at a time; copy B.
+  for (int jc = 0; jc < nb; jc += R::nocopy_max_cols) {
+    const int ncur = gemm_min(R::nocopy_max_cols, nb - jc);
+    gemm_pack_b_block<R>(tb, kb, ncur, b, ldb, 0, jc, bcopy);
+    // Loop over the rows of the block, mr at a time; copy the A slab.
+    for (int ir = 0; ir < mb; ir += R::mr) {
+      const int rows = gemm_min(R::mr, mb - ir);
+      gemm_pack_a_panel<R::mr>(ta, rows, kb, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
+                               aslab);
+      gemm_panel_times_block<R>(rows, ncur, kb, aslab, bcopy, c + ir + (ptrdiff_t)jc * ldc, ldc,
+                                b0, nullptr);
     }
   }
 }
