@@ -304,6 +304,29 @@ TEST(SmallLu, FirstNaNOfAColumnIsItsPivot) {
       }
 }
 
+TEST(SmallLu, FirstOfEqualMagnitudesIsThePivot) {
+  // |-3| = |3|: the earlier row wins, in the first column and in a later one.
+  for (const Member* mb : members_here())
+    for (int n : {4, 7, 10}) {
+      Matrix a(n, n, n, 0.0);
+      for (int j = 0; j < n; ++j) a(j, j) = 0.5;
+      a(0, 0) = 1.0;
+      a(1, 0) = -3.0;
+      a(2, 0) = 3.0;
+      a(3, 0) = -3.0;
+      const Factored got = factor_with(mb->getrf, a);
+      const std::string what = shape(mb->branch, n, n, n);
+      EXPECT_EQ(got.ipiv[0], 2) << what;
+      expect_same_factors(got, factor_general(a), what + " vs general");
+      expect_same_factors(got, factor_reference(a), what + " vs reference");
+      Matrix b(n, n, n, 0.0);
+      for (int j = 0; j < n; ++j) b(j, j) = 8.0;
+      b(n - 1, 1) = -8.0;  // ties the diagonal of column 1 from below
+      const Factored gb = factor_with(mb->getrf, b);
+      EXPECT_EQ(gb.ipiv[1], 2) << what;
+    }
+}
+
 TEST(SmallLu, NaNInsideTheMatrixSpreadsAsOnTheGeneralRoad) {
   for (const Member* mb : members_here())
     for (int n : {4, 7, 10, 16}) {
