@@ -21,6 +21,9 @@
 
 #include "kernels/gemm_desc.h"
 
+// Defined in bench_trsm.cpp.
+double bench_trsm(const char* branch, int m, int n, int reps);
+
 namespace {
 
 struct Branch {
@@ -98,7 +101,12 @@ double run_dgemm(const Branch& br, const Shape& s) {
   return best;
 }
 
-const Op kOps[] = {{"dgemm", run_dgemm}};
+// bench_trsm.cpp: left solves of the branch against its DGEMM and peak.
+double run_trsm(const Branch& br, const Shape& s) {
+  return bench_trsm(br.name, s.m, s.n, s.reps);
+}
+
+const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}};
 
 void usage() {
   std::fprintf(stderr,
