@@ -385,6 +385,17 @@ TEST(SmallLu, EmptyShapesTouchNothing) {
     }
 }
 
+TEST(SmallLu, MemberCalledBeyondOrder16StillFactors) {
+  // The solver never does this; a direct caller still gets the general
+  // road's result rather than an overrun of the member's stack block.
+  for (const Member* mb : members_here())
+    for (const auto& s : {std::pair{17, 17}, std::pair{20, 5}, std::pair{4, 30}}) {
+      const Matrix a = random_matrix(s.first, s.second, s.first + 1, 55);
+      expect_same_factors(factor_with(mb->getrf, a), factor_reference(a),
+                          shape(mb->branch, a.m, a.n, a.ld));
+    }
+}
+
 TEST(SmallLu, PublicRoutineTakesThisPathUpToOrder16) {
   // Through DGETRF: results as the members give them, for the shapes around
   // the threshold.

@@ -14,9 +14,11 @@
 // there is no scalar tail; what lands there is never copied back. The vectors
 // are written out explicitly and the compiler's own vectorizer is kept off:
 // on these short columns it mixed scalar stores with wider reloads of the
-// same bytes, and the failed store forwarding cost more than the arithmetic
-// (a 4 by 4 solve ran 3 times slower with it, measured here on the avx2
-// member).
+// same bytes, and the failed store forwarding cost more than the arithmetic.
+// Measured here (one thread, avx2 member, copy of the matrix excluded): the
+// in-place form with the compiler's vectors took 83 ns for order 4, 253 ns
+// for order 7 and 1.42 us for order 16; this form takes 61 ns, 128 ns and
+// 0.83 us, against 0.65, 1.27 and 3.96 us for the general road.
 //
 // Square orders 1 to 7 run fully unrolled: the order is a template argument,
 // every step is instantiated by its index and every loop bound is a constant.
