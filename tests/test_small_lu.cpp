@@ -521,6 +521,23 @@ TEST(SmallSolve, EmptySizesSolveNothingAndReadNoPivot) {
     }
 }
 
+TEST(SmallSolve, MemberCalledBeyondOrder8StillSolves) {
+  // The solver never does this; a direct caller gets the general road.
+  for (const Member* mb : members_here())
+    for (const char* tr : {"N", "T"}) {
+      const int n = 12, nrhs = 3, one = 1;
+      const Factored f = solvable(n, 1400);
+      const Matrix b0 = random_matrix(n, nrhs, n, 1401);
+      Matrix got = b0, want = b0;
+      int info = -99;
+      mb->getrs(tr, &n, &nrhs, f.lu.data(), &f.lu.ld, f.ipiv.data(), got.data(), &got.ld, &info,
+                &one);
+      for (int c = 0; c < nrhs; ++c) reference_solve(tr[0] == 'T', n, f.lu, f.ipiv, &want(0, c));
+      EXPECT_EQ(info, 0);
+      EXPECT_LE(testsupport::max_rel_diff(got, want), kSolveTol) << mb->branch << " " << tr;
+    }
+}
+
 // ---- The hand-over from the public routines ---------------------------------
 
 struct XerblaCall {

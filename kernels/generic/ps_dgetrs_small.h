@@ -22,6 +22,8 @@
 
 #include <cstddef>
 
+#include "lapack/lapack.h"
+
 namespace {
 
 #ifndef TARN_PS_NOVEC
@@ -114,7 +116,14 @@ inline void ps_dgetrs_small(char trans, int n, int nrhs, const double* a, int ld
     case 6: return ps_getrs_order<6>(notrans, nrhs, a, lda, ipiv, b, ldb);
     case 7: return ps_getrs_order<7>(notrans, nrhs, a, lda, ipiv, b, ldb);
     case kPsSolveMaxOrder: return ps_getrs_order<kPsSolveMaxOrder>(notrans, nrhs, a, lda, ipiv, b, ldb);
-    default: return;  // n < 1 (or beyond the path): nothing to do here
+    default:
+      // Never entered from the solver beyond order 8; a direct caller still
+      // gets the general road's result. Below order 1 there is nothing to do.
+      if (n > kPsSolveMaxOrder) {
+        const char tr[2] = {trans, '\0'};
+        tarn_lapack_dgetrs(tr, &n, &nrhs, a, &lda, ipiv, b, &ldb, info);
+      }
+      return;
   }
 }
 
