@@ -245,4 +245,217 @@ INSTANTIATE_TEST_SUITE_P(Branches, GemmBranch, ::testing::ValuesIn(kBranches),
                            return std::string(info.param.name);
                          });
 
+// ---- The descriptor layer of avx2 and avx512 --------------------------------
+
+struct DescriptorCase {
+  const char* name;
+  tarn_dgemm_map_thread_to_kernel_fn* map;
+  tarn_dgemm_initialize_kernel_info_fn* kernel_info;
+  tarn_dgemm_initialize_buffers_fn* buffers;
+  tarn_xdgemm_internal_fn* internal;
+  bool (*supported)();
+  int m_unroll, n_unroll;  // the branch's register tile
+  int kc_low, kc_high, kc_large, nc_max;
+};
+
+const DescriptorCase kDescriptorBranches[] = {
+    {"avx2", tarn_blas_avx2_dgemm_map_thread_to_kernel,
+     tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
+     tarn_blas_avx2_xdgemm_internal, have_avx2, 28, 1, 192, 384, 192, 512},
+    {"avx512", tarn_blas_avx512_dgemm_map_thread_to_kernel,
+     tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
+     tarn_blas_avx512_xdgemm_internal, have_avx512, 8, 7, 384, 768, 384, 192},
+};
+
+// Records of one product as a thread of the threaded layer builds them.
+struct Records {
+  blas_op_params op{};
+  blas_matrix a{}, b{}, c{};
+  blas_strategy strategy{};
+  blas_kernel_info info{};
+
+  Records(const DescriptorCase& d, Problem& p, int copy_kernel) {
+    op.transa = &p.ta;
+    op.transb = &p.tb;
+    op.alpha = p.alpha;
+    op.beta = p.beta;
+    op.transa_code = p.ta == 'N' ? 0 : 1;
+    op.transb_code = p.tb == 'N' ? 0 : 1;
+    init_matrix(a, p.ta, p.m, p.k, p.a);
+    init_matrix(b, p.tb, p.k, p.n, p.b);
+    init_matrix(c, 'N', p.m, p.n, p.c);
+    gemm_thread_opts opts{};
+    opts.copy_kernel = copy_kernel;
+    d.map(&opts, &strategy);
+    d.kernel_info(&op, &a, &b, &c, &strategy, &info);
+  }
+
+  static void init_matrix(blas_matrix& x, char t, int rows, int cols, Matrix& data) {
+    // The kernel information only reads the flags; the drivers read the
+    // rest through get_pointer, which the test takes from a first product.
+    x.base = data.data();
+    x.rows = x.rows2 = rows;
+    x.cols = cols;
+    x.ld = data.ld;
+    x.element_size = 8;
+    x.flags = t == 'N' ? kBlasMatrixNoTrans : kBlasMatrixTrans;
+  }
+};
+
+class GemmDescriptors : public ::testing::TestWithParam<DescriptorCase> {
+ protected:
+  void SetUp() override {
+    if (!GetParam().supported()) GTEST_SKIP() << "processor lacks " << GetParam().name;
+  }
+};
+
+TEST_P(GemmDescriptors, PlanKernelSelectsMode) {
+  const DescriptorCase& d = GetParam();
+  const struct {
+    int copy_kernel, mode;
+  } table[] = {{0, kGemmModePackBoth}, {1, kGemmModeAPacked}, {2, kGemmModePackBoth},
+               {3, kGemmModeThreaded}, {4, kGemmModePackBoth}, {5, kGemmModeNocopy}};
+  for (const auto& row : table) {
+    gemm_thread_opts opts{};
+    opts.copy_kernel = row.copy_kernel;
+    blas_strategy s{};
+    d.map(&opts, &s);
+    EXPECT_EQ(s.mode, row.mode) << "copy_kernel " << row.copy_kernel;
+    EXPECT_EQ(s.loop_order, 4);
+    EXPECT_EQ(s.m_unroll, d.m_unroll);
+    EXPECT_EQ(s.n_unroll, d.n_unroll);
+    EXPECT_EQ(s.buffer_api, row.mode == kGemmModeNocopy ? 4 : 2);
+    ASSERT_NE(s.check, nullptr);
+    EXPECT_EQ(s.check(&s), 1) << "unrolls already right";
+    s.m_unroll = 12;
+    EXPECT_EQ(s.check(&s), 0) << "unrolls corrected";
+    EXPECT_EQ(s.m_unroll, d.m_unroll);
+  }
+}
+
+TEST_P(GemmDescriptors, BlockSizesFollowTheShape) {
+  const DescriptorCase& d = GetParam();
+  Matrix a(1, 1), b(1, 1);
+  auto sizes = [&](int m, int n, int k) {
+    blas_matrix ma{}, mb{};
+    Records::init_matrix(ma, 'N', m, k, a);
+    Records::init_matrix(mb, 'N', k, n, b);
+    blas_strategy s{};
+    gemm_thread_opts opts{};
+    d.map(&opts, &s);
+    blas_buffers bufs{};
+    d.buffers(&ma, &mb, &s, &bufs);
+    EXPECT_EQ(bufs.buffer_kind, 3);
+    EXPECT_EQ(bufs.a_offset, 1664);
+    EXPECT_EQ(bufs.b_offset, 768);
+    EXPECT_EQ(bufs.threads, 1);
+    return std::vector<int>{bufs.mc, bufs.nc, bufs.kc};
+  };
+  auto up = [](int x, int u) { return (x + u - 1) / u * u; };
+  // Rows round up to the tile; the depth is K, at least 128, up to the low
+  // limit, half of K below the high limit, then the large block.
+  EXPECT_EQ(sizes(1000, 1000, 1000),
+            (std::vector<int>{up(1000, d.m_unroll), up(d.nc_max, d.n_unroll),
+                              1000 < d.kc_high ? 500 : d.kc_large}));
+  EXPECT_EQ(sizes(10, 10, 40)[2], 128);
+  EXPECT_EQ(sizes(10, 100, 40)[1], up(24, d.n_unroll)) << "K below 48 narrows the B block";
+  EXPECT_EQ(sizes(10, 10, d.kc_low)[2], d.kc_low);
+  EXPECT_EQ(sizes(10, 10, d.kc_low + 3)[2], (d.kc_low + 4) / 2);
+  EXPECT_EQ(sizes(10, 10, d.kc_high)[2], d.kc_large);
+}
+
+TEST_P(GemmDescriptors, EveryModeAndLoopOrderGivesTheProduct) {
+  const DescriptorCase& d = GetParam();
+  uint64_t seed = 40;
+  for (int copy_kernel : {0, 1, 3, 5})
+    for (int loop_order : {4, 32, 128})
+      for (char ta : kTrans)
+        for (char tb : kTrans) {
+          // Depth over two blocks, rows and columns over several.
+          Problem p(ta, tb, {97, 120, 800}, -0.75, seed % 2 ? 0.0 : 0.5, 2, seed);
+          ++seed;
+          gemm_thread_opts opts{};
+          opts.copy_kernel = copy_kernel;
+          blas_strategy s{};
+          d.map(&opts, &s);
+          s.loop_order = loop_order;
+          testsupport::ref_dgemm(ta, tb, p.m, p.n, p.k, p.alpha, p.a.data(), p.a.ld, p.b.data(),
+                                 p.b.ld, p.beta, p.want.data(), p.want.ld);
+          d.internal(&p.ta, &p.tb, &p.m, &p.n, &p.k, &p.alpha, p.a.data(), &p.a.ld, p.b.data(),
+                     &p.b.ld, &p.beta, p.c.data(), &p.c.ld, &s);
+          SCOPED_TRACE("copy_kernel " + std::to_string(copy_kernel) + " loop order " +
+                       std::to_string(loop_order));
+          p.expect_match();
+        }
+}
+
+TEST_P(GemmDescriptors, PackingRoutinesAndKernelOfTheKernelInformation) {
+  // What a thread of the threaded layer does with shared buffers: pack A and
+  // B with the named routines, then run the named kernel on them, and run
+  // the mode-4 driver on an A packed beforehand.
+  const DescriptorCase& d = GetParam();
+  for (char ta : kTrans)
+    for (char tb : kTrans) {
+      Problem p(ta, tb, {45, 33, 70}, 1.5, 0.0, 1, 77);
+      Records r(d, p, 1);
+      blas_buffers bufs{};
+      d.buffers(&r.a, &r.b, &r.strategy, &bufs);
+      ASSERT_EQ(bufs.buffer_kind, 2) << "mode 4 keeps B only";
+      bufs.buffer_kind = 3;
+      ASSERT_EQ(bufs.get_bufs(&bufs), 0);
+      ASSERT_NE(bufs.raw, nullptr);
+      ASSERT_EQ(reinterpret_cast<uintptr_t>(bufs.b_desc.pointer) % 4096, 768u);
+      ASSERT_EQ(reinterpret_cast<uintptr_t>(bufs.a_desc.pointer) % 4096, 1664u);
+      ASSERT_GE(bufs.kc, p.k);
+      ASSERT_GE(bufs.mc, p.m);
+      ASSERT_GE(bufs.nc, p.n);
+      r.info.copy_a(p.m, p.k, p.a.data(), p.a.ld, p.alpha, bufs.a_desc.pointer);
+      r.info.copy_b(p.k, p.n, p.b.data(), p.b.ld, 1.0, bufs.b_desc.pointer);
+      blas_pack_desc bd = bufs.b_desc;
+      bd.kc = p.k;
+      bd.block = p.n;
+      r.c.get_pointer = [](int i, int j, const blas_matrix* m) -> void* {
+        return static_cast<double*>(m->base) + i + static_cast<ptrdiff_t>(j) * m->ld;
+      };
+      const double zero = 0.0;
+      r.info.kernel(&p.m, bufs.a_desc.pointer, &bd, &zero, &r.c);
+      testsupport::ref_dgemm(ta, tb, p.m, p.n, p.k, p.alpha, p.a.data(), p.a.ld, p.b.data(),
+                             p.b.ld, 0.0, p.want.data(), p.want.ld);
+      p.expect_match();
+
+      // Mode 4 on the A packed above: B is packed by the driver.
+      Problem q(ta, tb, {45, 33, 70}, 1.5, 2.0, 1, 77);
+      Records rq(d, q, 1);
+      rq.a.get_pointer = rq.b.get_pointer = rq.c.get_pointer = r.c.get_pointer;
+      if (ta != 'N') rq.a.get_pointer = [](int i, int j, const blas_matrix* m) -> void* {
+        return static_cast<double*>(m->base) + j + static_cast<ptrdiff_t>(i) * m->ld;
+      };
+      if (tb != 'N') rq.b.get_pointer = [](int i, int j, const blas_matrix* m) -> void* {
+        return static_cast<double*>(m->base) + j + static_cast<ptrdiff_t>(i) * m->ld;
+      };
+      rq.info.driver(&rq.op, &rq.a, &rq.b, &rq.c, &bufs, &rq.info);
+      testsupport::ref_dgemm(ta, tb, q.m, q.n, q.k, q.alpha, q.a.data(), q.a.ld, q.b.data(),
+                             q.b.ld, q.beta, q.want.data(), q.want.ld);
+      q.expect_match();
+      bufs.free_bufs(&bufs);
+      EXPECT_EQ(bufs.raw, nullptr);
+    }
+}
+
+TEST_P(GemmDescriptors, OperationNameForWarnings) {
+  const DescriptorCase& d = GetParam();
+  Problem p('N', 'N', {4, 4, 4}, 1.0, 1.0, 0, 1);
+  Records r(d, p, 0);
+  EXPECT_STREQ(r.info.name, "DGEMM");
+  EXPECT_EQ(r.info.third_limit, 4);
+  r.op.op_kind = kBlasOpDtrsm;
+  d.kernel_info(&r.op, &r.a, &r.b, &r.c, &r.strategy, &r.info);
+  EXPECT_STREQ(r.info.name, "DTRSM");
+}
+
+INSTANTIATE_TEST_SUITE_P(Branches, GemmDescriptors, ::testing::ValuesIn(kDescriptorBranches),
+                         [](const ::testing::TestParamInfo<DescriptorCase>& info) {
+                           return std::string(info.param.name);
+                         });
+
 }  // namespace

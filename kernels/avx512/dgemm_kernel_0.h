@@ -1,5 +1,6 @@
-// Packed micro-kernel of the avx512 branch and the record that drives the
-// shared blocked GEMM with it.
+// Packed micro-kernel of the avx512 branch and the records that drive the
+// shared blocked GEMM, the packing-free driver and the descriptor layer
+// with it.
 //
 // Tile: 8 rows by 7 columns of C in seven 512-bit accumulators; the eighth
 // register holds the 8 values of A for the current k, and every B value
@@ -14,6 +15,8 @@
 #pragma once
 
 #include <immintrin.h>
+
+#include "kernels/generic/gemm_nocopy.h"
 
 namespace {
 
@@ -64,6 +67,24 @@ struct Avx512Gemm {
   }
   static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
     avx512_dgemm_tile<true>(kc, a, b, c, ldc);
+  }
+};
+
+struct Avx512GemmNocopy : Avx512Gemm {
+  static constexpr int nocopy_max_k = 384;
+  static constexpr int nocopy_max_cols = 98;
+};
+
+// The branch as the descriptor layer sees it.
+struct Avx512GemmDesc {
+  using Packed = Avx512Gemm;
+  using Nocopy = Avx512GemmNocopy;
+  static constexpr int align_hint = 8;
+  // K, M, N limits of the packing-free driver: (a, b, c) as told there.
+  static GemmNocopyLimits nocopy_limits(bool ta, bool /*tb*/) {
+    constexpr GemmNocopyLimits kAN = {{768, 384, 384}, {8064, 4032, 6048}, {128, 64, 96}};
+    constexpr GemmNocopyLimits kAT = {{384, 192, 192}, {8064, 4032, 6048}, {768, 384, 576}};
+    return ta ? kAT : kAN;
   }
 };
 

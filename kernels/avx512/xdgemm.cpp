@@ -4,22 +4,12 @@
 #include "kernels/avx512/dgemm_kernel_0.h"
 #include "kernels/gemm_desc.h"
 #include "kernels/generic/gemm_driver.h"
-#include "kernels/generic/gemm_nocopy.h"
 #include "kernels/generic/gemm_smalln.h"
 
 namespace {
 
 // Below this many rows or columns the packing would not pay for itself.
 constexpr int kNocopyBelow = 192;
-
-// K, M, N limits of the packing-free driver: (a, b, c) as told there.
-constexpr GemmNocopyLimits kNocopyLimitsAN = {{768, 384, 384}, {8064, 4032, 6048}, {128, 64, 96}};
-constexpr GemmNocopyLimits kNocopyLimitsAT = {{384, 192, 192}, {8064, 4032, 6048}, {768, 384, 576}};
-
-struct Avx512GemmNocopy : Avx512Gemm {
-  static constexpr int nocopy_max_k = 384;
-  static constexpr int nocopy_max_cols = 98;
-};
 
 }  // namespace
 
@@ -55,7 +45,7 @@ extern "C" void tarn_blas_avx512_xdgemm(const char* transa, const char* transb, 
     gemm_packed_path<Avx512Gemm>(kGemmLoopOrderRowsFirst, ta, tb, mm, nn, kk, *alpha, a, *lda, b,
                                  *ldb, *beta, c, *ldc);
   else
-    gemm_nocopy_driver<Avx512GemmNocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb, *beta, c,
-                                         *ldc, ta ? kNocopyLimitsAT : kNocopyLimitsAN);
+    gemm_nocopy_driver<Avx512GemmDesc::Nocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb, *beta, c,
+                                         *ldc, Avx512GemmDesc::nocopy_limits(ta, tb));
   _mm256_zeroupper();
 }

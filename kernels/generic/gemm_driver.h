@@ -3,8 +3,8 @@
 //
 //   mr, nr              register tile: C rows and columns per kernel call
 //   kc_min, kc_low, kc_high, kc_large
-//                       depth block: K rounded up to 8 (at least kc_min) up
-//                       to kc_low, half of K up to kc_high, else kc_large
+//                       depth block: K (at least kc_min) up to kc_low, half
+//                       of K (rounded up) below kc_high, else kc_large
 //   mc_max, nc_max      row block of A and column block of B
 //   nc_max_small_k, small_k   narrower B block when K is below small_k
 //   pst_m_limit, pst_n_limit  below these the thin path is taken
@@ -108,11 +108,10 @@ struct GemmBlocks {
 template <class R>
 GemmBlocks gemm_block_sizes(int m, int n, int k) {
   GemmBlocks s;
-  constexpr int kc_unit = 8;
   if (k <= R::kc_low)
-    s.kc = gemm_max(gemm_round_up(k, kc_unit), R::kc_min);
+    s.kc = gemm_max(k, R::kc_min);
   else if (k < R::kc_high)
-    s.kc = gemm_round_up((k + 1) / 2, kc_unit);
+    s.kc = (k + 1) / 2;
   else
     s.kc = R::kc_large;
   s.mc = gemm_round_up(gemm_min(gemm_max(m, R::mr), R::mc_max), R::mr);
@@ -213,10 +212,14 @@ const double* gemm_a_source(bool ta, const double* a, int lda, int i, int p) {
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
 // to C already), alpha is not 0, and m, n, k are positive.
+//
+// With a_prepacked the A buffer already holds op(A) times alpha, packed by
+// someone else; the product must then be one row block and one depth block.
 template <class R>
 void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, double alpha,
                        const double* a, int lda, const double* b, int ldb, bool beta0,
-                       double* c, int ldc, const GemmBlocks& s, double* abuf, double* bbuf) {
+                       double* c, int ldc, const GemmBlocks& s, double* abuf, double* bbuf,
+                       bool a_prepacked = false) {
   const ptrdiff_t a_panel = (ptrdiff_t)R::mr * s.kc;
   if (loop_order == kGemmLoopOrderRowsFirst) {
     // Loop over the rows of C, mc at a time.
@@ -236,10 +239,11 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
           for (int ir = 0; ir < mcur; ir += R::mr) {
             const int rows = gemm_min(R::mr, mcur - ir);
             double* ap = abuf + (ir / R::mr) * a_panel;
-            if (jc == 0)
+            if (jc == 0 && !a_prepacked)
               gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
                                        lda, alpha, ap);
-            const double* next_a = jc > 0 && ir + R::mr < mcur ? ap + a_panel : nullptr;
+            const bool a_ready = jc > 0 || a_prepacked;
+            const double* next_a = a_ready && ir + R::mr < mcur ? ap + a_panel : nullptr;
             gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a);
           }
         }
@@ -254,7 +258,7 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
     // Loop over the rows of C, mc at a time.
     for (int ic = 0; ic < m; ic += s.mc) {
       const int mcur = gemm_min(s.mc, m - ic);
-      if (loop_order == kGemmLoopOrderDepthFirstWholeA) {
+      if (loop_order == kGemmLoopOrderDepthFirstWholeA && !a_prepacked) {
         // Loop over the rows of the block, mr at a time: all of A first.
         for (int ir = 0; ir < mcur; ir += R::mr)
           gemm_pack_a_panel<R::mr>(ta, gemm_min(R::mr, mcur - ir), kcur,
@@ -270,10 +274,11 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
         for (int ir = 0; ir < mcur; ir += R::mr) {
           const int rows = gemm_min(R::mr, mcur - ir);
           double* ap = abuf + (ir / R::mr) * a_panel;
-          if (jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA)
+          if (jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA && !a_prepacked)
             gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
                                      lda, alpha, ap);
-          const bool a_ready = jc > 0 || loop_order == kGemmLoopOrderDepthFirstWholeA;
+          const bool a_ready =
+              jc > 0 || loop_order == kGemmLoopOrderDepthFirstWholeA || a_prepacked;
           const double* next_a = a_ready && ir + R::mr < mcur ? ap + a_panel : nullptr;
           gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a);
         }

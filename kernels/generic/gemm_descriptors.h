@@ -1,0 +1,488 @@
+// The descriptor layer of the avx2 and avx512 GEMM: operation, matrices,
+// strategy, kernel information and buffers (the records of
+// kernels/gemm_desc.h), the packing routines, kernel and drivers they name,
+// and the strategy-driven entry. It sits on the shared blocked driver: a
+// branch gives a record D with
+//
+//   Packed, Nocopy          its records of the packed and packing-free driver
+//   nocopy_limits(ta, tb)   K, M, N limits of the packing-free driver
+//   align_hint              4 on avx2, 8 on avx512
+//
+// The register tiles are this system's own (8 by 7 on avx512, 28 by 1 on
+// avx2), so check_strategy corrects the unrolls of a strategy to them.
+//
+// Operations other than DGEMM (DSYMM, DSYRK, DTRMM, DTRSM, DGEMMT) are not
+// built on this layer: their op_kind is recorded, their drivers are absent.
+//
+// Branch-generic: included by the kernel files of each branch and compiled
+// with that branch's instruction set, hence the anonymous namespace.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kernels/gemm_desc.h"
+#include "kernels/generic/gemm_driver.h"
+#include "kernels/generic/gemm_nocopy.h"
+#include "service/messages.h"
+
+namespace {
+
+constexpr int kBlasElementSize = 8;
+constexpr int kBlasPackAlignment = 128;
+constexpr int kBlasThirdLimit = 4;
+constexpr uint32_t kBlasTwo = 2;
+// Slack of the single-buffer kinds and of the per-thread kind.
+constexpr size_t kGemmAOnlySlack = 9856, kGemmBOnlySlack = 8960, kGemmPerThreadSlack = 8192;
+// Sizes of the pack family (dgemm_get_size_bufs).
+constexpr size_t kGemmPackAOnlySlack = 14080, kGemmPackBOnlySlack = 13184;
+constexpr size_t kGemmPackPerThreadSlack = 8320;
+
+inline int32_t blas_trans_code(const char* t) {
+  if (t == nullptr) return kBlasTransNone;
+  switch (*t & ~0x20) {
+    case 'N': return kBlasTransN;
+    case 'T': return kBlasTransT;
+    case 'C': return kBlasTransC;
+    default: return kBlasTransBad;
+  }
+}
+
+inline void blas_initialize_op_params(uint32_t op_kind, const char* transa, const char* transb,
+                                      double alpha, double beta, blas_op_params* op) {
+  *op = blas_op_params{};
+  op->transa = transa;
+  op->transb = transb;
+  op->alpha = alpha;
+  op->beta = beta;
+  for (uint32_t& w : op->twos) w = kBlasTwo;
+  op->transa_code = blas_trans_code(transa);
+  op->transb_code = blas_trans_code(transb);
+  op->op_kind = op_kind;
+}
+
+void* getPointer_notrans(int i, int j, const blas_matrix* m) {
+  return static_cast<char*>(m->base) + ((ptrdiff_t)j * m->ld + i) * kBlasElementSize;
+}
+void* getPointer_trans(int i, int j, const blas_matrix* m) {
+  return static_cast<char*>(m->base) + ((ptrdiff_t)i * m->ld + j) * kBlasElementSize;
+}
+
+// op(X) of rows x cols at base with leading dimension ld.
+inline void blas_initialize_matrix(const char* trans, int rows, int cols, const double* base,
+                                   int ld, blas_matrix* out) {
+  *out = blas_matrix{};
+  out->base = const_cast<double*>(base);
+  out->rows = rows;
+  out->cols = cols;
+  out->ld = ld;
+  out->rows2 = rows;
+  out->element_size = kBlasElementSize;
+  switch (blas_trans_code(trans)) {
+    case kBlasTransN: out->flags = kBlasMatrixNoTrans; break;
+    case kBlasTransT: out->flags = kBlasMatrixTrans; break;
+    case kBlasTransC: out->flags = kBlasMatrixConjTrans; break;
+    default: out->flags = 0; break;
+  }
+  out->get_pointer = (out->flags & (kBlasMatrixTrans | kBlasMatrixConjTrans)) ? getPointer_trans
+                                                                              : getPointer_notrans;
+}
+
+inline bool blas_matrix_trans(const blas_matrix* m) {
+  return (m->flags & (kBlasMatrixTrans | kBlasMatrixConjTrans)) != 0;
+}
+
+// Panels lie one after the other, each holding kc slices of panel_height.
+double* getPointer_buffer(int k_index, int row, const blas_pack_desc* d) {
+  const int slices = (d->kc + d->k_unroll - 1) / d->k_unroll;
+  return d->pointer + ((ptrdiff_t)k_index * d->panel_height +
+                       (ptrdiff_t)slices * row * d->k_unroll);
+}
+
+// ---- Strategy ----------------------------------------------------------------
+
+template <class D>
+int check_strategy(blas_strategy* s) {
+  if (s->buffer_api == 0) s->buffer_api = 2;
+  if (s->mode == 0) s->mode = kGemmModePackBoth;
+  if (s->loop_order == 0) s->loop_order = kGemmLoopOrderRowsFirst;
+  if (s->mode == kGemmModeNocopy) s->buffer_api = 4;
+  const bool right = s->m_unroll == D::Packed::mr && s->n_unroll == D::Packed::nr &&
+                     s->k_unroll == 1;
+  s->m_unroll = D::Packed::mr;
+  s->n_unroll = D::Packed::nr;
+  s->k_unroll = 1;
+  s->m_unroll8 = gemm_round_up(s->m_unroll, 8);
+  s->n_unroll8 = gemm_round_up(s->n_unroll, 8);
+  s->k_unroll8 = gemm_round_up(s->k_unroll, 8);
+  return right ? 1 : 0;
+}
+
+template <class D>
+void dgemm_initialize_strategy(blas_strategy* s) {
+  *s = blas_strategy{};
+  s->pack_api = 2;
+  s->m_unroll = D::Packed::mr;
+  s->n_unroll = D::Packed::nr;
+  s->k_unroll = 1;
+  s->align_hint = D::align_hint;
+  s->check = check_strategy<D>;
+}
+
+// Plan kernel (copy_kernel of the thread plan) to strategy mode.
+template <class D>
+void dgemm_map_thread_to_kernel(const gemm_thread_opts* opts, blas_strategy* s) {
+  dgemm_initialize_strategy<D>(s);
+  switch (opts->copy_kernel) {
+    case 0: s->mode = kGemmModePackBoth; break;
+    case 1: s->mode = kGemmModeAPacked; break;
+    case 3: s->mode = kGemmModeThreaded; break;
+    case 5: s->mode = kGemmModeNocopy; break;
+    default: break;
+  }
+  s->check(s);
+}
+
+// ---- Packing routines, kernel, scaling -----------------------------------------
+
+// A block of op(A): rows x depth, as row panels of m_unroll, times mult.
+template <class D, bool Trans>
+void dgemm_copya(int rows, int depth, const double* src, int ld, double mult, double* dst) {
+  using R = typename D::Packed;
+  // Loop over the rows, m_unroll at a time.
+  for (int ir = 0; ir < rows; ir += R::mr)
+    gemm_pack_a_panel<R::mr>(Trans, gemm_min(R::mr, rows - ir), depth,
+                             Trans ? src + (ptrdiff_t)ir * ld : src + ir, ld, mult,
+                             dst + (ptrdiff_t)ir * depth);
+}
+
+// A block of op(B): depth x cols, as column panels of n_unroll, times mult
+// (1 in every product: alpha enters through A).
+template <class D, bool Trans>
+void dgemm_copyb(int depth, int cols, const double* src, int ld, double mult, double* dst) {
+  using R = typename D::Packed;
+  gemm_pack_b_block<R>(Trans, depth, cols, src, ld, 0, 0, dst);
+  if (mult != 1.0) {
+    const ptrdiff_t len = (ptrdiff_t)gemm_round_up(cols, R::nr) * depth;
+    for (ptrdiff_t i = 0; i < len; ++i) dst[i] *= mult;
+  }
+}
+
+// C(rows x b->block) at the C descriptor's offsets (+)= packed A times the
+// packed B block; beta 0 does not read C.
+template <class D>
+void dgemm_ker0(const int* rows, const double* a_buffer, const blas_pack_desc* b,
+                const double* beta, blas_matrix* c) {
+  using R = typename D::Packed;
+  double* cp = static_cast<double*>(c->get_pointer(c->row_offset, c->col_offset, c));
+  const bool b0 = *beta == 0.0;
+  // Loop over the rows, m_unroll at a time.
+  for (int ir = 0; ir < *rows; ir += R::mr)
+    gemm_panel_times_block<R>(gemm_min(R::mr, *rows - ir), b->block, b->kc,
+                              a_buffer + (ptrdiff_t)ir * b->kc, b->pointer, cp + ir, c->ld, b0,
+                              nullptr);
+}
+
+void dgemm_mscale_wrapper(const int* m, const int* n, const double* beta, double* c,
+                          const int* ldc) {
+  if (*m <= 0 || *n <= 0) return;
+  gemm_scale_c(*m, *n, *beta, c, *ldc);
+}
+
+// ---- Buffers -------------------------------------------------------------------
+
+template <class D>
+void dgemm_initialize_buffers(blas_matrix* a, blas_matrix* b, blas_strategy* strategy,
+                              blas_buffers* bufs);
+
+template <class D>
+int dgemm_get_bufs(blas_buffers* bufs) {
+  const size_t a_bytes = (size_t)bufs->mc * bufs->kc * kBlasElementSize;
+  const size_t b_bytes = (size_t)bufs->nc * bufs->kc * kBlasElementSize;
+  size_t bytes;
+  switch (bufs->buffer_kind) {
+    case kGemmBuffersBoth: bytes = a_bytes + b_bytes + kGemmBothBuffersSlack; break;
+    case kGemmBuffersAOnly: bytes = a_bytes + kGemmAOnlySlack; break;
+    case kGemmBuffersBOnly: bytes = b_bytes + kGemmBOnlySlack; break;
+    case kGemmBuffersPerThreadB:
+      bytes = (b_bytes + kGemmBOnlySlack) * bufs->threads + kGemmPerThreadSlack;
+      break;
+    default: return 1;
+  }
+  bufs->raw = tarn_blas_gemm_buffer_allocate(bytes, kBlasPackAlignment);
+  bufs->a_desc.pointer = bufs->b_desc.pointer = nullptr;
+  if (bufs->raw == nullptr) return 0;
+  const uintptr_t base = gemm_up4k((uintptr_t)bufs->raw);
+  switch (bufs->buffer_kind) {
+    case kGemmBuffersBoth: {
+      const uintptr_t bp = base + bufs->b_offset;
+      bufs->b_desc.pointer = reinterpret_cast<double*>(bp);
+      bufs->a_desc.pointer = reinterpret_cast<double*>(gemm_up4k(bp + b_bytes) + bufs->a_offset);
+      break;
+    }
+    case kGemmBuffersAOnly:
+      bufs->a_desc.pointer = reinterpret_cast<double*>(base + bufs->a_offset);
+      break;
+    case kGemmBuffersBOnly:
+      bufs->b_desc.pointer = reinterpret_cast<double*>(base + bufs->b_offset);
+      break;
+    default:  // per-thread B: copies one after the other, the first here
+      bufs->b_desc.pointer = reinterpret_cast<double*>(base);
+      break;
+  }
+  return 0;
+}
+
+// Bytes the pack family needs for the kind (0 for both buffers at once).
+template <class D>
+size_t dgemm_get_size_bufs(const blas_buffers* bufs) {
+  const size_t a_bytes = (size_t)bufs->mc * bufs->kc * kBlasElementSize;
+  const size_t b_bytes = (size_t)bufs->nc * bufs->kc * kBlasElementSize;
+  switch (bufs->buffer_kind) {
+    case kGemmBuffersAOnly: return a_bytes + kGemmPackAOnlySlack;
+    case kGemmBuffersBOnly: return b_bytes + kGemmPackBOnlySlack;
+    case kGemmBuffersPerThreadB:
+      return (b_bytes + kGemmBOnlySlack) * bufs->threads + kGemmPackPerThreadSlack;
+    case kGemmBuffersPerThreadA:
+      return (a_bytes + kGemmAOnlySlack) * bufs->threads + kGemmPackPerThreadSlack;
+    default: return 0;
+  }
+}
+
+// Lays the buffers out in a block the caller allocated (of at least
+// dgemm_get_size_bufs bytes): aligned to 128, with the distance in doubles
+// from the block's head to the data stored at the head.
+template <class D>
+int dgemm_set_bufs_pack(blas_buffers* bufs, void* block) {
+  if (block == nullptr || dgemm_get_size_bufs<D>(bufs) == 0) return 1;
+  const uintptr_t head = ((uintptr_t)block + kBlasPackAlignment - 1) &
+                         ~(uintptr_t)(kBlasPackAlignment - 1);
+  const uintptr_t data = head + kBlasPackAlignment;
+  *reinterpret_cast<int32_t*>(head) = (int32_t)((data - (uintptr_t)block) / kBlasElementSize);
+  double* p = reinterpret_cast<double*>(gemm_up4k(data));
+  if (bufs->buffer_kind == kGemmBuffersAOnly || bufs->buffer_kind == kGemmBuffersPerThreadA)
+    bufs->a_desc.pointer = p + bufs->a_offset / kBlasElementSize;
+  else
+    bufs->b_desc.pointer = p + bufs->b_offset / kBlasElementSize;
+  return 0;
+}
+
+template <class D>
+void dgemm_free_bufs(blas_buffers* bufs) {
+  if (bufs->raw != nullptr) tarn_blas_gemm_buffer_deallocate(bufs->raw);
+  bufs->raw = nullptr;
+  bufs->a_desc.pointer = bufs->b_desc.pointer = nullptr;
+}
+
+inline void blas_fill_pack_desc(blas_pack_desc* d, int kc, int block, int height) {
+  d->pointer = nullptr;
+  d->kc = kc;
+  d->block = block;
+  d->panel_stride = height * kc;
+  d->k_unroll = 1;
+  d->panel_height = height;
+  d->kc_rounded = kc;
+  d->element_size = kBlasElementSize;
+  d->alignment = kBlasPackAlignment;
+  d->get_pointer = getPointer_buffer;
+}
+
+template <class D>
+void dgemm_initialize_buffers(blas_matrix* a, blas_matrix* b, blas_strategy* strategy,
+                              blas_buffers* bufs) {
+  using R = typename D::Packed;
+  *bufs = blas_buffers{};
+  const GemmBlocks s = gemm_block_sizes<R>(a->rows, b->cols, a->cols);
+  bufs->mc = s.mc;
+  bufs->nc = s.nc;
+  bufs->kc = s.kc;
+  blas_fill_pack_desc(&bufs->a_desc, s.kc, s.mc, R::mr);
+  blas_fill_pack_desc(&bufs->b_desc, s.kc, s.nc, R::nr);
+  bufs->buffer_kind = strategy->mode == kGemmModeAPacked ? kGemmBuffersBOnly : kGemmBuffersBoth;
+  bufs->a_offset = (int32_t)kGemmAOffset;
+  bufs->a_align = (int32_t)kGemmPage;
+  bufs->b_offset = (int32_t)kGemmBOffset;
+  bufs->b_align = (int32_t)kGemmPage;
+  bufs->threads = 1;
+  bufs->get_bufs = dgemm_get_bufs<D>;
+  bufs->get_size_bufs = dgemm_get_size_bufs<D>;
+  bufs->set_bufs = dgemm_set_bufs_pack<D>;
+  bufs->free_bufs = dgemm_free_bufs<D>;
+}
+
+// ---- Drivers ---------------------------------------------------------------------
+
+struct BlasOperands {
+  bool ta, tb;
+  int m, n, k;
+  const double *a, *b;
+  double* c;
+  int lda, ldb, ldc;
+};
+
+inline BlasOperands blas_operands(blas_matrix* a, blas_matrix* b, blas_matrix* c) {
+  BlasOperands o;
+  o.ta = blas_matrix_trans(a);
+  o.tb = blas_matrix_trans(b);
+  o.m = c->rows;
+  o.n = c->cols;
+  o.k = a->cols;
+  o.a = static_cast<const double*>(a->get_pointer(a->row_offset, a->col_offset, a));
+  o.b = static_cast<const double*>(b->get_pointer(b->row_offset, b->col_offset, b));
+  o.c = static_cast<double*>(c->get_pointer(c->row_offset, c->col_offset, c));
+  o.lda = a->ld;
+  o.ldb = b->ld;
+  o.ldc = c->ld;
+  return o;
+}
+
+// The thin path in descriptor form.
+template <class D>
+void d_pst_wrapper(const blas_op_params* op, blas_matrix* a, blas_matrix* b, blas_matrix* c) {
+  const BlasOperands o = blas_operands(a, b, c);
+  gemm_thin(o.ta, o.tb, o.m, o.n, o.k, op->alpha, o.a, o.lda, o.b, o.ldb, op->beta, o.c, o.ldc);
+}
+
+template <class D>
+void d_generic_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
+                              blas_matrix* c, blas_buffers* shared_buffers,
+                              blas_kernel_info* info) {
+  using R = typename D::Packed;
+  const BlasOperands o = blas_operands(a, b, c);
+  if (o.m < 1 || o.n < 1) return;
+  double beta = op->beta;
+  if (beta != 1.0 && beta != 0.0) {
+    info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+    beta = 1.0;
+  }
+  if (op->alpha == 0.0 || o.k < 1) {
+    if (beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+    return;
+  }
+  blas_buffers own;
+  blas_buffers* bufs = shared_buffers;
+  if (bufs == nullptr) {
+    dgemm_initialize_buffers<D>(a, b, &info->strategy, &own);
+    own.buffer_kind = kGemmBuffersBoth;
+    own.get_bufs(&own);
+    if (tarn_serv_check_ptr_and_warn(own.raw, info->name)) {
+      blas_op_params scaled = *op;
+      scaled.beta = beta;
+      info->pst(&scaled, a, b, c);
+      return;
+    }
+    bufs = &own;
+  }
+  const GemmBlocks s = {bufs->mc, bufs->nc, bufs->kc};
+  gemm_packed_loops<R>(info->strategy.loop_order, o.ta, o.tb, o.m, o.n, o.k, op->alpha, o.a,
+                       o.lda, o.b, o.ldb, beta == 0.0, o.c, o.ldc, s, bufs->a_desc.pointer,
+                       bufs->b_desc.pointer);
+  if (bufs == &own) own.free_bufs(&own);
+}
+
+// Mode 4: the A buffer of the shared buffers is packed already (by another
+// thread, with copy_a over all K), holding op(A) times alpha for the whole
+// product, which must then lie within one row block and one depth block; B
+// is packed here. Without
+// shared buffers, or with a larger product, it is the full driver.
+template <class D>
+void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
+                         blas_matrix* c, blas_buffers* shared_buffers, blas_kernel_info* info) {
+  using R = typename D::Packed;
+  const BlasOperands o = blas_operands(a, b, c);
+  if (shared_buffers == nullptr || shared_buffers->a_desc.pointer == nullptr ||
+      shared_buffers->b_desc.pointer == nullptr || o.m > shared_buffers->mc ||
+      o.k > shared_buffers->kc) {
+    d_generic_fullacopybcopy<D>(op, a, b, c, shared_buffers, info);
+    return;
+  }
+  if (o.m < 1 || o.n < 1) return;
+  double beta = op->beta;
+  if (beta != 1.0 && beta != 0.0) {
+    info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+    beta = 1.0;
+  }
+  if (op->alpha == 0.0 || o.k < 1) {
+    if (beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+    return;
+  }
+  // One depth block of exactly K: the A panels were packed K deep.
+  const GemmBlocks s = {shared_buffers->mc, shared_buffers->nc, o.k};
+  gemm_packed_loops<R>(kGemmLoopOrderRowsFirst, o.ta, o.tb, o.m, o.n, o.k, op->alpha, o.a,
+                       o.lda, o.b, o.ldb, beta == 0.0, o.c, o.ldc, s,
+                       shared_buffers->a_desc.pointer, shared_buffers->b_desc.pointer, true);
+}
+
+template <class D>
+void xdgemm_nocopy_driver(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
+                          blas_matrix* c, blas_buffers* /*shared_buffers*/,
+                          blas_kernel_info* /*info*/) {
+  const BlasOperands o = blas_operands(a, b, c);
+  gemm_nocopy_driver<typename D::Nocopy>(o.ta, o.tb, o.m, o.n, o.k, op->alpha, o.a, o.lda, o.b,
+                                         o.ldb, op->beta, o.c, o.ldc,
+                                         D::nocopy_limits(o.ta, o.tb));
+}
+
+inline const char* blas_op_name(uint32_t op_kind) {
+  switch (op_kind) {
+    case kBlasOpDsymm: return "DSYMM";
+    case kBlasOpDsyrk: return "DSYRK";
+    case kBlasOpDsyr2k: return "DSYR2K";
+    case kBlasOpDtrmm: return "DTRMM";
+    case kBlasOpDtrsm: return "DTRSM";
+    case kBlasOpDgemmt: return "DGEMMT";
+    default: return "DGEMM";
+  }
+}
+
+template <class D>
+void dgemm_initialize_kernel_info(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
+                                  blas_matrix* /*c*/, blas_strategy* strategy,
+                                  blas_kernel_info* info) {
+  *info = blas_kernel_info{};
+  info->pst_m_limit = D::Packed::pst_m_limit;
+  info->pst_n_limit = D::Packed::pst_n_limit;
+  info->third_limit = kBlasThirdLimit;
+  info->name = blas_op_name(op->op_kind);
+  info->mscale = dgemm_mscale_wrapper;
+  info->copy_a = blas_matrix_trans(a) ? dgemm_copya<D, true> : dgemm_copya<D, false>;
+  info->copy_b = blas_matrix_trans(b) ? dgemm_copyb<D, true> : dgemm_copyb<D, false>;
+  info->kernel = dgemm_ker0<D>;
+  info->pst = d_pst_wrapper<D>;
+  info->strategy = *strategy;
+  info->strategy.check(&info->strategy);
+  switch (info->strategy.mode) {
+    case kGemmModeNocopy:
+      info->copy_a = nullptr;
+      info->driver = xdgemm_nocopy_driver<D>;
+      break;
+    case kGemmModeAPacked: info->driver = xdgemm_acopiedbcopy<D>; break;
+    default: info->driver = d_generic_fullacopybcopy<D>; break;
+  }
+}
+
+// The one-thread product run by a given strategy (its mode and loop order).
+template <class D>
+void dgemm_run_with_strategy(const char* transa, const char* transb, int m, int n, int k,
+                             double alpha, const double* a, int lda, const double* b, int ldb,
+                             double beta, double* c, int ldc, const blas_strategy* strategy) {
+  if (m < 1 || n < 1) return;
+  blas_op_params op;
+  blas_initialize_op_params(kBlasOpDgemm, transa, transb, alpha, beta, &op);
+  blas_matrix ma, mb, mc;
+  blas_initialize_matrix(transa, m, k, a, lda, &ma);
+  blas_initialize_matrix(transb, k, n, b, ldb, &mb);
+  blas_initialize_matrix("N", m, n, c, ldc, &mc);
+  blas_strategy s;
+  if (strategy != nullptr) {
+    s = *strategy;
+    if (s.check == nullptr) s.check = check_strategy<D>;
+  } else {
+    dgemm_initialize_strategy<D>(&s);
+  }
+  blas_kernel_info info;
+  dgemm_initialize_kernel_info<D>(&op, &ma, &mb, &mc, &s, &info);
+  info.driver(&op, &ma, &mb, &mc, nullptr, &info);
+}
+
+}  // namespace
