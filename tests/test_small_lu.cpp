@@ -594,7 +594,13 @@ TEST(SmallSolveThreshold, PublicSolveBelow9MatchesTheMembers) {
 
 // ---- No heap -----------------------------------------------------------------
 
-TEST(SmallPathMemory, NoAllocationOnEitherPath) {
+// Runs only when started by NoAllocationOnEitherPath, with the buffer cache
+// switched off: every work buffer the service allocator hands out then comes
+// from the C library's allocator, so a call to it cannot hide behind a cached
+// block.
+TEST(SmallPathMemoryChild, DISABLED_NoAllocationWithTheCacheOff) {
+  if (std::getenv("TARN_TEST_SMALL_MEMORY") == nullptr) GTEST_SKIP();
+  ASSERT_EQ(tarn_serv_get_fast_mm_status(), 1) << "the cache must be off here";
   // Everything resolved and warmed up first: the stubs, the wrappers' verbose
   // cells, the callbacks.
   std::vector<Matrix> as, bs;
@@ -648,6 +654,26 @@ TEST(SmallPathMemory, NoAllocationOnEitherPath) {
   g_counting = false;
   free(probe);
   EXPECT_EQ(g_allocations.load(), 1);
+
+  // And the counter sees the service allocator with the cache off.
+  g_allocations = 0;
+  g_counting = true;
+  void* buffer = tarn_serv_allocate(4096, 64);
+  g_counting = false;
+  tarn_serv_deallocate(buffer);
+  EXPECT_GE(g_allocations.load(), 1);
+}
+
+TEST(SmallPathMemory, NoAllocationOnEitherPath) {
+  char self[4096];
+  const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
+  ASSERT_GT(len, 0);
+  self[len] = '\0';
+  const testsupport::RunResult r = testsupport::run_program(
+      self, {"--gtest_filter=SmallPathMemoryChild.*", "--gtest_also_run_disabled_tests"}, "",
+      {"TARN_TEST_SMALL_MEMORY=1", "TARN_DISABLE_FAST_MM=1"});
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("[  PASSED  ] 1 test"), std::string::npos) << r.out;
 }
 
 // ---- The stubs' choice -------------------------------------------------------
