@@ -27,10 +27,10 @@ void tarn_blas_xdgemm(const char* transa, const char* transb, const int* m, cons
 // 2 multiply, 4 free). 0 on success. On a branch whose
 // tarn_blas_dgemm_api_support is below 4 it is an empty entry answering -1.
 int tarn_blas_xdgemm_internal_team(const char* transa, const char* transb, const int* m,
-                                   const int* n, const int* k, const double* alpha,
-                                   const double* a, const int* lda, const double* b,
-                                   const int* ldb, const double* beta, double* c, const int* ldc,
-                                   void* team, const int* ithr, const int* mode);
+                                   const int* n, const int* k, const double* alpha, const double* a,
+                                   const int* lda, const double* b, const int* ldb,
+                                   const double* beta, double* c, const int* ldc, void* team,
+                                   const int* ithr, const int* mode);
 void tarn_blas_xdgemm_par(const char* transa, const char* transb, const int* m, const int* n,
                           const int* k, const double* alpha, const double* a, const int* lda,
                           const double* b, const int* ldb, const double* beta, double* c,
@@ -45,8 +45,8 @@ void tarn_blas_dgemm_mscale(const int* m, const int* n, const double* beta, doub
                             const int* ldc);
 void tarn_blas_dgemm_map_thread_to_kernel(const gemm_thread_opts* opts, blas_strategy* strategy);
 void tarn_blas_dgemm_initialize_kernel_info(const blas_op_params* op, blas_matrix* a,
-                                            blas_matrix* b, blas_matrix* c,
-                                            blas_strategy* strategy, blas_kernel_info* info);
+                                            blas_matrix* b, blas_matrix* c, blas_strategy* strategy,
+                                            blas_kernel_info* info);
 void tarn_blas_dgemm_initialize_buffers(blas_matrix* a, blas_matrix* b, blas_strategy* strategy,
                                         blas_buffers* bufs);
 void tarn_blas_dgemm_zero_desc(void* desc);
@@ -64,8 +64,7 @@ int tarn_blas_get_kernel_api_version(void);
 void tarn_blas_xdscal(const int* n, const double* alpha, double* x, const int* incx);
 void tarn_blas_xdaxpy(const int* n, const double* alpha, const double* x, const int* incx,
                       double* y, const int* incy);
-void tarn_blas_xdcopy(const int* n, const double* x, const int* incx, double* y,
-                      const int* incy);
+void tarn_blas_xdcopy(const int* n, const double* x, const int* incx, double* y, const int* incy);
 double tarn_blas_xddot(const int* n, const double* x, const int* incx, const double* y,
                        const int* incy);
 void tarn_blas_xdswap(const int* n, double* x, const int* incx, double* y, const int* incy);
@@ -94,8 +93,7 @@ void tarn_blas_dtrsm(const char* side, const char* uplo, const char* transa, con
 void tarn_blas_dtrsv(const char* uplo, const char* trans, const char* diag, const int* n,
                      const double* a, const int* lda, double* x, const int* incx);
 void tarn_blas_dscal(const int* n, const double* alpha, double* x, const int* incx);
-void tarn_blas_dcopy(const int* n, const double* x, const int* incx, double* y,
-                     const int* incy);
+void tarn_blas_dcopy(const int* n, const double* x, const int* incx, double* y, const int* incy);
 int tarn_blas_idamax(const int* n, const double* x, const int* incx);
 void tarn_blas_dgemv(const char* trans, const int* m, const int* n, const double* alpha,
                      const double* a, const int* lda, const double* x, const int* incx,

@@ -11,12 +11,14 @@ namespace {
 
 // The chosen branch entry; null until the first call, then never changed.
 tarn_api_version_fn* dgemm_api_support_cell = nullptr;
-tarn_api_version_fn* const dgemm_api_support_candidates[] = TARN_BRANCH_CANDIDATES(dgemm_api_support);
+tarn_api_version_fn* const dgemm_api_support_candidates[] =
+    TARN_BRANCH_CANDIDATES(dgemm_api_support);
 
 // The first call: choose the branch, then make the call. Kept out of line so
 // that the stub itself is a load, a test and a jump.
 __attribute__((noinline, cold)) int first_call(void) {
-  tarn_api_version_fn* f = tarn_dispatch::resolve(&dgemm_api_support_cell, dgemm_api_support_candidates);
+  tarn_api_version_fn* f =
+      tarn_dispatch::resolve(&dgemm_api_support_cell, dgemm_api_support_candidates);
   if (f == nullptr) return 0;
   return f();
 }

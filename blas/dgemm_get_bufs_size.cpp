@@ -11,13 +11,15 @@ namespace {
 
 // The chosen branch entry; null until the first call, then never changed.
 tarn_dgemm_get_bufs_size_fn* dgemm_get_bufs_size_cell = nullptr;
-tarn_dgemm_get_bufs_size_fn* const dgemm_get_bufs_size_candidates[] = TARN_BRANCH_CANDIDATES(dgemm_get_bufs_size);
+tarn_dgemm_get_bufs_size_fn* const dgemm_get_bufs_size_candidates[] =
+    TARN_BRANCH_CANDIDATES(dgemm_get_bufs_size);
 
 // The first call: choose the branch, then make the call. Kept out of line so
 // that the stub itself is a load, a test and a jump.
 __attribute__((noinline, cold)) int first_call(const int* m, const int* n, const int* k,
                                                void* desc) {
-  tarn_dgemm_get_bufs_size_fn* f = tarn_dispatch::resolve(&dgemm_get_bufs_size_cell, dgemm_get_bufs_size_candidates);
+  tarn_dgemm_get_bufs_size_fn* f =
+      tarn_dispatch::resolve(&dgemm_get_bufs_size_cell, dgemm_get_bufs_size_candidates);
   if (f == nullptr) return 0;
   return f(m, n, k, desc);
 }

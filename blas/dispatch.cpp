@@ -5,7 +5,6 @@
 #include "service/cpu.h"
 #include "service/messages.h"
 
-
 namespace tarn_dispatch {
 
 namespace {

@@ -42,19 +42,17 @@ int select_branch();
 // same value, since the services answer the same after their first call.
 template <class Fn>
 __attribute__((noinline, cold)) Fn* resolve(Fn** cell, Fn* const (&candidates)[kBranchCount]) {
-  Fn* chosen = candidates[kCnrSse2];  // the default of every stub
   const int branch = select_branch();
-  if (branch < 0 || branch >= kBranchCount) return nullptr;  // unsupported, not stopped
-  chosen = candidates[branch];
-  __atomic_store_n(cell, chosen, __ATOMIC_RELAXED);
+  if (branch < 0 || branch >= kBranchCount) return nullptr;  // unsupported, and not stopped
+  __atomic_store_n(cell, candidates[branch], __ATOMIC_RELAXED);
   return __atomic_load_n(cell, __ATOMIC_RELAXED);
 }
 
 }  // namespace tarn_dispatch
 
 // The seven candidates of an operation, in the order of tarn_dispatch::Branch.
-#define TARN_BRANCH_CANDIDATES(op)                                                      \
-  {                                                                                     \
-    tarn_blas_sse2_##op, tarn_blas_cnr_sse2_##op, tarn_blas_ssse3_##op,                 \
-        tarn_blas_sse42_##op, tarn_blas_avx_##op, tarn_blas_avx2_##op, tarn_blas_avx512_##op \
+#define TARN_BRANCH_CANDIDATES(op)                                                            \
+  {                                                                                           \
+    tarn_blas_sse2_##op, tarn_blas_cnr_sse2_##op, tarn_blas_ssse3_##op, tarn_blas_sse42_##op, \
+        tarn_blas_avx_##op, tarn_blas_avx2_##op, tarn_blas_avx512_##op                        \
   }

@@ -32,6 +32,7 @@ extern "C" void tarn_blas_xdgemm(const char* transa, const char* transb, const i
                                  const double* b, const int* ldb, const double* beta, double* c,
                                  const int* ldc) {
   tarn_xdgemm_fn* f = __atomic_load_n(&xdgemm_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) return first_call(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  if (__builtin_expect(f == nullptr, 0))
+    return first_call(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
   f(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }

@@ -34,6 +34,7 @@ extern "C" void tarn_blas_xdgemm_par(const char* transa, const char* transb, con
                                      const int* ldb, const double* beta, double* c, const int* ldc,
                                      void* desc) {
   tarn_xdgemm_par_fn* f = __atomic_load_n(&xdgemm_par_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) return first_call(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, desc);
+  if (__builtin_expect(f == nullptr, 0))
+    return first_call(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, desc);
   f(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, desc);
 }

@@ -32,6 +32,7 @@ extern "C" void tarn_blas_xdgemmger(const char* transa, const char* transb, cons
                                     const int* incx, const double* y, const int* incy,
                                     const double* beta, double* c, const int* ldc) {
   tarn_xdgemmger_fn* f = __atomic_load_n(&xdgemmger_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) return first_call(transa, transb, m, n, alpha, x, incx, y, incy, beta, c, ldc);
+  if (__builtin_expect(f == nullptr, 0))
+    return first_call(transa, transb, m, n, alpha, x, incx, y, incy, beta, c, ldc);
   f(transa, transb, m, n, alpha, x, incx, y, incy, beta, c, ldc);
 }

@@ -31,6 +31,7 @@ extern "C" void tarn_blas_xdgemv(const char* trans, const int* m, const int* n, 
                                  const double* a, const int* lda, const double* x, const int* incx,
                                  const double* beta, double* y, const int* incy, const int* mode) {
   tarn_xdgemv_fn* f = __atomic_load_n(&xdgemv_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) return first_call(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, mode);
+  if (__builtin_expect(f == nullptr, 0))
+    return first_call(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, mode);
   f(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, mode);
 }

@@ -30,6 +30,7 @@ extern "C" void tarn_blas_xdtrsm(const char* side, const char* uplo, const char*
                                  const char* diag, const int* m, const int* n, const double* alpha,
                                  const double* a, const int* lda, double* b, const int* ldb) {
   tarn_xdtrsm_fn* f = __atomic_load_n(&xdtrsm_cell, __ATOMIC_RELAXED);
-  if (__builtin_expect(f == nullptr, 0)) return first_call(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);
+  if (__builtin_expect(f == nullptr, 0))
+    return first_call(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);
   f(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);
 }

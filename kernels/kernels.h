@@ -59,10 +59,10 @@ typedef void tarn_xdgemm_internal_fn(const char* transa, const char* transb, con
 // The legacy blocked driver of the kernel-table branches; `desc` is the
 // branch's kernel descriptor as filled by dgemm_zero_desc and
 // dgemm_get_optimal_kernel.
-typedef void tarn_xdgemm_par_fn(const char* transa, const char* transb, const int* m,
-                                const int* n, const int* k, const double* alpha, const double* a,
-                                const int* lda, const double* b, const int* ldb,
-                                const double* beta, double* c, const int* ldc, void* desc);
+typedef void tarn_xdgemm_par_fn(const char* transa, const char* transb, const int* m, const int* n,
+                                const int* k, const double* alpha, const double* a, const int* lda,
+                                const double* b, const int* ldb, const double* beta, double* c,
+                                const int* ldc, void* desc);
 
 // op(A)*X = alpha*B or X*op(A) = alpha*B, B overwritten by X, one thread.
 typedef void tarn_xdtrsm_fn(const char* side, const char* uplo, const char* transa,
@@ -85,8 +85,7 @@ typedef void tarn_dgemm_initialize_buffers_fn(blas_matrix* a, blas_matrix* b,
 // Kernel-table generation (avx, sse42, ssse3); `desc` as for xdgemm_par.
 typedef void tarn_dgemm_zero_desc_fn(void* desc);
 typedef void tarn_dgemm_set_blks_size_fn(const int* mc, const int* nc, const int* kc, void* desc);
-typedef void tarn_dgemm_get_optimal_kernel_fn(const int* m, const int* n, const int* k,
-                                              void* desc);
+typedef void tarn_dgemm_get_optimal_kernel_fn(const int* m, const int* n, const int* k, void* desc);
 // Bytes of work memory the legacy driver would ask for this shape.
 typedef int tarn_dgemm_get_bufs_size_fn(const int* m, const int* n, const int* k, void* desc);
 
@@ -113,10 +112,10 @@ typedef void tarn_xdgemv_fn(const char* trans, const int* m, const int* n, const
                             const double* beta, double* y, const int* incy, const int* mode);
 // C := beta*C + alpha*x*y' (the K = 1 product); the transposition characters
 // only tell where x and y came from, their strides say how to walk them.
-typedef void tarn_xdgemmger_fn(const char* transa, const char* transb, const int* m,
-                               const int* n, const double* alpha, const double* x,
-                               const int* incx, const double* y, const int* incy,
-                               const double* beta, double* c, const int* ldc);
+typedef void tarn_xdgemmger_fn(const char* transa, const char* transb, const int* m, const int* n,
+                               const double* alpha, const double* x, const int* incx,
+                               const double* y, const int* incy, const double* beta, double* c,
+                               const int* ldc);
 typedef void tarn_xdtrsv_fn(const char* uplo, const char* trans, const char* diag, const int* n,
                             const double* a, const int* lda, double* x, const int* incx);
 
@@ -133,9 +132,8 @@ tarn_xdgemm_internal_team_fn tarn_blas_sse2_xdgemm_internal_team,
     tarn_blas_sse42_xdgemm_internal_team, tarn_blas_avx_xdgemm_internal_team,
     tarn_blas_avx2_xdgemm_internal_team, tarn_blas_avx512_xdgemm_internal_team;
 tarn_xdgemm_internal_fn tarn_blas_sse2_xdgemm_internal, tarn_blas_cnr_sse2_xdgemm_internal,
-    tarn_blas_ssse3_xdgemm_internal, tarn_blas_sse42_xdgemm_internal,
-    tarn_blas_avx_xdgemm_internal, tarn_blas_avx2_xdgemm_internal,
-    tarn_blas_avx512_xdgemm_internal;
+    tarn_blas_ssse3_xdgemm_internal, tarn_blas_sse42_xdgemm_internal, tarn_blas_avx_xdgemm_internal,
+    tarn_blas_avx2_xdgemm_internal, tarn_blas_avx512_xdgemm_internal;
 tarn_xdgemm_par_fn tarn_blas_sse2_xdgemm_par, tarn_blas_cnr_sse2_xdgemm_par,
     tarn_blas_ssse3_xdgemm_par, tarn_blas_sse42_xdgemm_par, tarn_blas_avx_xdgemm_par,
     tarn_blas_avx2_xdgemm_par, tarn_blas_avx512_xdgemm_par;
@@ -150,18 +148,16 @@ tarn_dgemm_map_thread_to_kernel_fn tarn_blas_sse2_dgemm_map_thread_to_kernel,
     tarn_blas_sse42_dgemm_map_thread_to_kernel, tarn_blas_avx_dgemm_map_thread_to_kernel,
     tarn_blas_avx2_dgemm_map_thread_to_kernel, tarn_blas_avx512_dgemm_map_thread_to_kernel;
 tarn_dgemm_initialize_kernel_info_fn tarn_blas_sse2_dgemm_initialize_kernel_info,
-    tarn_blas_cnr_sse2_dgemm_initialize_kernel_info,
-    tarn_blas_ssse3_dgemm_initialize_kernel_info, tarn_blas_sse42_dgemm_initialize_kernel_info,
-    tarn_blas_avx_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_kernel_info,
-    tarn_blas_avx512_dgemm_initialize_kernel_info;
+    tarn_blas_cnr_sse2_dgemm_initialize_kernel_info, tarn_blas_ssse3_dgemm_initialize_kernel_info,
+    tarn_blas_sse42_dgemm_initialize_kernel_info, tarn_blas_avx_dgemm_initialize_kernel_info,
+    tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_kernel_info;
 tarn_dgemm_initialize_buffers_fn tarn_blas_sse2_dgemm_initialize_buffers,
     tarn_blas_cnr_sse2_dgemm_initialize_buffers, tarn_blas_ssse3_dgemm_initialize_buffers,
     tarn_blas_sse42_dgemm_initialize_buffers, tarn_blas_avx_dgemm_initialize_buffers,
     tarn_blas_avx2_dgemm_initialize_buffers, tarn_blas_avx512_dgemm_initialize_buffers;
 tarn_dgemm_zero_desc_fn tarn_blas_sse2_dgemm_zero_desc, tarn_blas_cnr_sse2_dgemm_zero_desc,
-    tarn_blas_ssse3_dgemm_zero_desc, tarn_blas_sse42_dgemm_zero_desc,
-    tarn_blas_avx_dgemm_zero_desc, tarn_blas_avx2_dgemm_zero_desc,
-    tarn_blas_avx512_dgemm_zero_desc;
+    tarn_blas_ssse3_dgemm_zero_desc, tarn_blas_sse42_dgemm_zero_desc, tarn_blas_avx_dgemm_zero_desc,
+    tarn_blas_avx2_dgemm_zero_desc, tarn_blas_avx512_dgemm_zero_desc;
 tarn_dgemm_set_blks_size_fn tarn_blas_sse2_dgemm_set_blks_size,
     tarn_blas_cnr_sse2_dgemm_set_blks_size, tarn_blas_ssse3_dgemm_set_blks_size,
     tarn_blas_sse42_dgemm_set_blks_size, tarn_blas_avx_dgemm_set_blks_size,
@@ -207,9 +203,9 @@ tarn_xidamax_fn tarn_blas_sse2_xidamax, tarn_blas_cnr_sse2_xidamax, tarn_blas_ss
     tarn_blas_avx512_xidamax;
 tarn_xdgemv_fn tarn_blas_sse2_xdgemv, tarn_blas_cnr_sse2_xdgemv, tarn_blas_ssse3_xdgemv,
     tarn_blas_sse42_xdgemv, tarn_blas_avx_xdgemv, tarn_blas_avx2_xdgemv, tarn_blas_avx512_xdgemv;
-tarn_xdgemmger_fn tarn_blas_sse2_xdgemmger, tarn_blas_cnr_sse2_xdgemmger,
-    tarn_blas_ssse3_xdgemmger, tarn_blas_sse42_xdgemmger, tarn_blas_avx_xdgemmger,
-    tarn_blas_avx2_xdgemmger, tarn_blas_avx512_xdgemmger;
+tarn_xdgemmger_fn tarn_blas_sse2_xdgemmger, tarn_blas_cnr_sse2_xdgemmger, tarn_blas_ssse3_xdgemmger,
+    tarn_blas_sse42_xdgemmger, tarn_blas_avx_xdgemmger, tarn_blas_avx2_xdgemmger,
+    tarn_blas_avx512_xdgemmger;
 tarn_xdtrsv_fn tarn_blas_sse2_xdtrsv, tarn_blas_cnr_sse2_xdtrsv, tarn_blas_ssse3_xdtrsv,
     tarn_blas_sse42_xdtrsv, tarn_blas_avx_xdtrsv, tarn_blas_avx2_xdtrsv, tarn_blas_avx512_xdtrsv;
 

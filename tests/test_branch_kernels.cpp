@@ -2,6 +2,9 @@
 // loops: edge shapes, leading dimensions above the row count, the special
 // values of alpha and beta, the NaN rules of the pivot search, negative
 // increments and the independence of results from data alignment.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include <cfenv>
 #include <cmath>
 #include <cstdint>
@@ -9,9 +12,6 @@
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "kernels/generic/level1.h"
 #include "kernels/generic/level2.h"
@@ -64,15 +64,15 @@ bool has_avx512() {
          __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
 }
 
-#define TARN_TEST_BRANCH(br, runs, support, version)                                         \
-  Branch {                                                                                   \
-    #br, runs, tarn_blas_##br##_xdgemm, tarn_blas_##br##_xdtrsm, tarn_blas_##br##_xdscal,    \
-        tarn_blas_##br##_xdaxpy, tarn_blas_##br##_xdcopy, tarn_blas_##br##_xddot,            \
-        tarn_blas_##br##_xdswap, tarn_blas_##br##_xidamax, tarn_blas_##br##_xdgemv,          \
-        tarn_blas_##br##_xdgemmger, tarn_blas_##br##_xdtrsv, tarn_blas_##br##_dgemm_mscale,  \
-        tarn_blas_##br##_xdgemm_internal_team, tarn_blas_##br##_dgemm_api_support,           \
-        tarn_blas_##br##_get_kernel_api_version, tarn_blas_##br##_get_ikernel_api_version,   \
-        tarn_blas_##br##_get_bkernel_api_version, support, version                           \
+#define TARN_TEST_BRANCH(br, runs, support, version)                                        \
+  Branch {                                                                                  \
+#br, runs, tarn_blas_##br##_xdgemm, tarn_blas_##br##_xdtrsm, tarn_blas_##br##_xdscal,   \
+        tarn_blas_##br##_xdaxpy, tarn_blas_##br##_xdcopy, tarn_blas_##br##_xddot,           \
+        tarn_blas_##br##_xdswap, tarn_blas_##br##_xidamax, tarn_blas_##br##_xdgemv,         \
+        tarn_blas_##br##_xdgemmger, tarn_blas_##br##_xdtrsv, tarn_blas_##br##_dgemm_mscale, \
+        tarn_blas_##br##_xdgemm_internal_team, tarn_blas_##br##_dgemm_api_support,          \
+        tarn_blas_##br##_get_kernel_api_version, tarn_blas_##br##_get_ikernel_api_version,  \
+        tarn_blas_##br##_get_bkernel_api_version, support, version                          \
   }
 
 // The branch-generic templates, instantiated here for the test's own
@@ -93,8 +93,8 @@ const Branch kGeneric = {
        const int* n, const double* alpha, const double* a, const int* lda, double* b,
        const int* ldb) {
       generic_xdtrsm<generic_gemm_entry>(generic_upper(side), generic_upper(uplo),
-                                         generic_upper(transa), generic_upper(diag), *m, *n,
-                                         *alpha, a, *lda, b, *ldb);
+                                         generic_upper(transa), generic_upper(diag), *m, *n, *alpha,
+                                         a, *lda, b, *ldb);
     },
     [](const int* n, const double* alpha, double* x, const int* incx) {
       generic_xdscal(*n, *alpha, x, *incx);
@@ -128,8 +128,8 @@ const Branch kGeneric = {
       generic_scale_matrix(*m, *n, *beta, c, *ldc);
     },
     [](const char*, const char*, const int*, const int*, const int*, const double*, const double*,
-       const int*, const double*, const int*, const double*, double*, const int*, void*,
-       const int*, const int*) { return -1; },
+       const int*, const double*, const int*, const double*, double*, const int*, void*, const int*,
+       const int*) { return -1; },
     [] { return 1; },
     [] { return 1; },
     [] { return 1; },
@@ -139,10 +139,10 @@ const Branch kGeneric = {
 };
 
 const Branch kBranches[] = {
-    TARN_TEST_BRANCH(sse2, always, 1, 1),        TARN_TEST_BRANCH(cnr_sse2, always, 1, 1),
-    TARN_TEST_BRANCH(ssse3, has_ssse3, 1, 1),    TARN_TEST_BRANCH(sse42, has_sse42, 1, 1),
-    TARN_TEST_BRANCH(avx, has_avx, 1, 1),        TARN_TEST_BRANCH(avx2, has_avx2, 4, 2),
-    TARN_TEST_BRANCH(avx512, has_avx512, 4, 2),  kGeneric,
+    TARN_TEST_BRANCH(sse2, always, 1, 1),       TARN_TEST_BRANCH(cnr_sse2, always, 1, 1),
+    TARN_TEST_BRANCH(ssse3, has_ssse3, 1, 1),   TARN_TEST_BRANCH(sse42, has_sse42, 1, 1),
+    TARN_TEST_BRANCH(avx, has_avx, 1, 1),       TARN_TEST_BRANCH(avx2, has_avx2, 4, 2),
+    TARN_TEST_BRANCH(avx512, has_avx512, 4, 2), kGeneric,
 };
 
 class BranchKernels : public ::testing::TestWithParam<Branch> {
@@ -176,7 +176,8 @@ double rel_diff(const std::vector<double>& x, const std::vector<double>& y) {
 void expect_margins_kept(const Matrix& c, const char* what) {
   for (int j = 0; j < c.n; ++j)
     for (int i = c.m; i < c.ld; ++i)
-      ASSERT_EQ(c(i, j), kMarker) << what << ": wrote outside the operand at (" << i << "," << j << ")";
+      ASSERT_EQ(c(i, j), kMarker) << what << ": wrote outside the operand at (" << i << "," << j
+                                  << ")";
 }
 
 Matrix random_matrix(int m, int n, int ld, Random& r) {
@@ -237,8 +238,10 @@ TEST_P(BranchKernels, GemmTakesLowerCaseAndConjugateAsTranspose) {
   Matrix a = random_matrix(kk, m, kk, r), b = random_matrix(n, kk, n, r);
   Matrix c1(m, n), c2(m, n);
   const double alpha = 1.0, beta = 0.0;
-  k().xdgemm("t", "c", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c1.data(), &c1.ld);
-  k().xdgemm("T", "T", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c2.data(), &c2.ld);
+  k().xdgemm("t", "c", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c1.data(),
+             &c1.ld);
+  k().xdgemm("T", "T", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c2.data(),
+             &c2.ld);
   EXPECT_EQ(testsupport::max_rel_diff(c1, c2), 0.0);
 }
 
@@ -254,7 +257,8 @@ TEST_P(BranchKernels, GemmBetaZeroNeverReadsC) {
       const double alpha = 1.0, beta = 0.0;
       testsupport::ref_dgemm('N', 'N', m, n, kk, alpha, a.data(), a.ld, b.data(), b.ld, beta,
                              want.data(), want.ld);
-      k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+      k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(),
+                 &c.ld);
       EXPECT_LE(testsupport::max_rel_diff(c, want), 1e-14) << "m=" << m << " n=" << n;
       expect_margins_kept(c, "beta 0");
     }
@@ -267,14 +271,17 @@ TEST_P(BranchKernels, GemmAlphaZeroOnlyScalesC) {
   c(0, 0) = kNaN;
   c(1, 0) = 2.0;
   double alpha = 0.0, beta = 1.0;
-  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(),
+             &c.ld);
   EXPECT_TRUE(std::isnan(c(0, 0))) << "alpha 0, beta 1 must leave C untouched";
   EXPECT_EQ(c(1, 0), 2.0);
   beta = 3.0;
-  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(),
+             &c.ld);
   EXPECT_EQ(c(1, 0), 6.0);
   beta = 0.0;
-  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+  k().xdgemm("N", "N", &m, &n, &kk, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(),
+             &c.ld);
   for (int j = 0; j < n; ++j)
     for (int i = 0; i < m; ++i) EXPECT_EQ(c(i, j), 0.0) << "alpha 0, beta 0 clears C, NaN included";
 }
@@ -284,11 +291,14 @@ TEST_P(BranchKernels, GemmEmptyShapesTouchNothing) {
   Matrix a(4, 4, 4, 1.0), b(4, 4, 4, 1.0);
   const double alpha = 1.0, beta = 0.0;
   const int four = 4, zero = 0, ld = 4;
-  k().xdgemm("N", "N", &zero, &four, &four, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(), &ld);
-  k().xdgemm("N", "N", &four, &zero, &four, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(), &ld);
+  k().xdgemm("N", "N", &zero, &four, &four, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(),
+             &ld);
+  k().xdgemm("N", "N", &four, &zero, &four, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(),
+             &ld);
   for (double v : c.v) EXPECT_EQ(v, kMarker);
   // K = 0: C := beta*C.
-  k().xdgemm("N", "N", &four, &four, &zero, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(), &ld);
+  k().xdgemm("N", "N", &four, &four, &zero, &alpha, a.data(), &ld, b.data(), &ld, &beta, c.data(),
+             &ld);
   for (double v : c.v) EXPECT_EQ(v, 0.0);
 }
 
@@ -366,7 +376,8 @@ TEST_P(BranchKernels, TrsmSolvesEveryCaseAndShape) {
     for (char uplo : {'L', 'U'})
       for (char trans : {'N', 'T'})
         for (char diag : {'N', 'U'})
-          for (auto [m, n] : {std::pair{1, 1}, {3, 5}, {13, 4}, {4, 13}, {70, 9}, {9, 70}, {131, 66}})
+          for (auto [m, n] :
+               {std::pair{1, 1}, {3, 5}, {13, 4}, {4, 13}, {70, 9}, {9, 70}, {131, 66}})
             check_trsm(k(), side, uplo, trans, diag, m, n, side == 'L' ? 1.0 : -0.5, r);
 }
 
@@ -450,7 +461,8 @@ TEST_P(BranchKernels, ScalAxpyCopySwapDotMatchLoopsOnEveryStride) {
         const double alpha = 0.625;
         for (int i = 0; i < n; ++i) yi(want, i) += alpha * xi(x, i);
         k().xdaxpy(&n, &alpha, x.data(), &incx, got.data(), &incy);
-        EXPECT_LE(rel_diff(got, want), 1e-15) << "axpy n=" << n << " incx=" << incx << " incy=" << incy;
+        EXPECT_LE(rel_diff(got, want), 1e-15)
+            << "axpy n=" << n << " incx=" << incx << " incy=" << incy;
         // copy
         want = y;
         got = y;
@@ -684,8 +696,8 @@ TEST_P(BranchKernels, GemmgerIsTheRankOneUpdate) {
                 const double yv = y[incy > 0 ? j * incy : (n - 1 - j) * -incy];
                 want(i, j) = beta == 0.0 ? alpha * xv * yv : beta * want(i, j) + alpha * xv * yv;
               }
-            k().xdgemmger("N", "N", &m, &n, &alpha, x.data(), &incx, y.data(), &incy, &beta, c.data(),
-                          &c.ld);
+            k().xdgemmger("N", "N", &m, &n, &alpha, x.data(), &incx, y.data(), &incy, &beta,
+                          c.data(), &c.ld);
             EXPECT_LE(testsupport::max_rel_diff(c, want), 1e-15)
                 << "m=" << m << " n=" << n << " beta=" << beta;
             expect_margins_kept(c, "gemmger");
@@ -702,7 +714,9 @@ TEST_P(BranchKernels, TrsvSolvesAllEightFormsWithAnyStride) {
             Matrix a = triangle(n, uplo, diag, r);
             std::vector<double> b = random_vector(n, r);
             std::vector<double> x(1 + (n - 1) * std::abs(incx), kMarker);
-            auto xi = [&](int i) -> double& { return x[incx > 0 ? i * incx : (n - 1 - i) * -incx]; };
+            auto xi = [&](int i) -> double& {
+              return x[incx > 0 ? i * incx : (n - 1 - i) * -incx];
+            };
             for (int i = 0; i < n; ++i) xi(i) = b[i];
             const char u[2] = {uplo, 0}, t[2] = {trans, 0}, d[2] = {diag, 0};
             k().xdtrsv(u, t, d, &n, a.data(), &a.ld, x.data(), &incx);

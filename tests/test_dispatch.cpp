@@ -3,6 +3,7 @@
 // simulated processors, the stubs' forwarding on this machine and the rule
 // that each stub keeps its first choice while stubs not yet called see the
 // state of their own first call.
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,8 +16,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "blas/blas.h"
 #include "blas/dispatch.h"
@@ -51,7 +50,8 @@ TEST(DispatchTable, CodesAndModesSelectTheirBranches) {
     EXPECT_EQ(branch_for(7, mode), kAvx2) << mode;
     EXPECT_EQ(branch_for(9, mode), kAvx512) << mode;
   }
-  for (int code : {-1, 0, 3, 8, 10, 11, 13, INT_MAX}) EXPECT_EQ(branch_for(code, 1), kNoBranch) << code;
+  for (int code : {-1, 0, 3, 8, 10, 11, 13, INT_MAX})
+    EXPECT_EQ(branch_for(code, 1), kNoBranch) << code;
 }
 
 int g_code = 0;
@@ -104,7 +104,8 @@ testsupport::RunResult select_in_child(int code) {
   close(out[1]);
   char buf[512];
   ssize_t got;
-  while ((got = read(out[0], buf, sizeof buf)) > 0) result.out.append(buf, static_cast<size_t>(got));
+  while ((got = read(out[0], buf, sizeof buf)) > 0)
+    result.out.append(buf, static_cast<size_t>(got));
   close(out[0]);
   int status = 0;
   waitpid(pid, &status, 0);
@@ -215,14 +216,16 @@ TEST(DispatchStubs, ForwardLevel2And3CallsUntouched) {
   testsupport::fill_random(c, r);
   want = c;
   const double alpha = 1.5, beta = -1.0;
-  testsupport::ref_dgemm('N', 'N', m, n, k, alpha, a.data(), a.ld, b.data(), b.ld, beta, want.data(),
-                         want.ld);
-  tarn_blas_xdgemm("N", "N", &m, &n, &k, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(), &c.ld);
+  testsupport::ref_dgemm('N', 'N', m, n, k, alpha, a.data(), a.ld, b.data(), b.ld, beta,
+                         want.data(), want.ld);
+  tarn_blas_xdgemm("N", "N", &m, &n, &k, &alpha, a.data(), &a.ld, b.data(), &b.ld, &beta, c.data(),
+                   &c.ld);
   EXPECT_LE(testsupport::max_rel_diff(c, want), 1e-14);
 
   // Lower unit triangle solved, then multiplied back.
   const int order = 4, one = 1, mode = 1;
-  double l[16] = {kNaN, 0.5, 0.25, 1.0, kNaN, kNaN, -1.0, 2.0, kNaN, kNaN, kNaN, 0.5, kNaN, kNaN, kNaN, kNaN};
+  double l[16] = {kNaN, 0.5,  0.25, 1.0, kNaN, kNaN, -1.0, 2.0,
+                  kNaN, kNaN, kNaN, 0.5, kNaN, kNaN, kNaN, kNaN};
   double x[4] = {1.0, 2.0, 3.0, 4.0};
   tarn_blas_xdtrsv("L", "N", "U", &order, l, &order, x, &one);
   EXPECT_EQ(x[0], 1.0);

@@ -5,9 +5,7 @@
 // the legacy driver runs the branch's one-thread product.
 #include "kernels/kernels.h"
 
-extern "C" void tarn_blas_avx_dgemm_zero_desc(void* /*desc*/) {
-  return;
-}
+extern "C" void tarn_blas_avx_dgemm_zero_desc(void* /*desc*/) { return; }
 
 extern "C" void tarn_blas_avx_dgemm_set_blks_size(const int* /*mc*/, const int* /*nc*/,
                                                   const int* /*kc*/, void* /*desc*/) {

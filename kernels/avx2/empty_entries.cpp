@@ -13,9 +13,7 @@ extern "C" void tarn_blas_avx2_xdgemm_par(const char* /*transa*/, const char* /*
   return;
 }
 
-extern "C" void tarn_blas_avx2_dgemm_zero_desc(void* /*desc*/) {
-  return;
-}
+extern "C" void tarn_blas_avx2_dgemm_zero_desc(void* /*desc*/) { return; }
 
 extern "C" void tarn_blas_avx2_dgemm_get_optimal_kernel(const int* /*m*/, const int* /*n*/,
                                                         const int* /*k*/, void* /*desc*/) {

@@ -3,8 +3,8 @@
 
 namespace {
 
-constexpr int kDgemmApiSupport = 1;  // GEMM service interface
-constexpr int kKernelApiVersion = 1;  // kernel set: decides the threaded drivers
+constexpr int kDgemmApiSupport = 1;      // GEMM service interface
+constexpr int kKernelApiVersion = 1;     // kernel set: decides the threaded drivers
 constexpr int kSubKernelApiVersion = 1;  // the two sub-interfaces, the same everywhere
 
 }  // namespace

@@ -13,9 +13,7 @@ extern "C" void tarn_blas_cnr_sse2_xdgemm_par(const char* /*transa*/, const char
   return;
 }
 
-extern "C" void tarn_blas_cnr_sse2_dgemm_zero_desc(void* /*desc*/) {
-  return;
-}
+extern "C" void tarn_blas_cnr_sse2_dgemm_zero_desc(void* /*desc*/) { return; }
 
 extern "C" void tarn_blas_cnr_sse2_dgemm_get_optimal_kernel(const int* /*m*/, const int* /*n*/,
                                                             const int* /*k*/, void* /*desc*/) {
@@ -37,35 +35,25 @@ extern "C" void tarn_blas_cnr_sse2_dgemm_map_thread_to_kernel(const gemm_thread_
   return;
 }
 
-extern "C" void tarn_blas_cnr_sse2_xdgemm_internal(const char* /*transa*/, const char* /*transb*/,
-                                                   const int* /*m*/, const int* /*n*/,
-                                                   const int* /*k*/, const double* /*alpha*/,
-                                                   const double* /*a*/, const int* /*lda*/,
-                                                   const double* /*b*/, const int* /*ldb*/,
-                                                   const double* /*beta*/, double* /*c*/,
-                                                   const int* /*ldc*/,
-                                                   const blas_strategy* /*strategy*/) {
+extern "C" void tarn_blas_cnr_sse2_xdgemm_internal(
+    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
+    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
+    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
+    const int* /*ldc*/, const blas_strategy* /*strategy*/) {
   return;
 }
 
-extern "C" int tarn_blas_cnr_sse2_xdgemm_internal_team(const char* /*transa*/,
-                                                       const char* /*transb*/, const int* /*m*/,
-                                                       const int* /*n*/, const int* /*k*/,
-                                                       const double* /*alpha*/, const double* /*a*/,
-                                                       const int* /*lda*/, const double* /*b*/,
-                                                       const int* /*ldb*/, const double* /*beta*/,
-                                                       double* /*c*/, const int* /*ldc*/,
-                                                       void* /*team*/, const int* /*ithr*/,
-                                                       const int* /*mode*/) {
+extern "C" int tarn_blas_cnr_sse2_xdgemm_internal_team(
+    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
+    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
+    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
+    const int* /*ldc*/, void* /*team*/, const int* /*ithr*/, const int* /*mode*/) {
   return -1;  // not done: the caller keeps to its path without shared packing
 }
 
-extern "C" void tarn_blas_cnr_sse2_dgemm_initialize_kernel_info(const blas_op_params* /*op*/,
-                                                                blas_matrix* /*a*/,
-                                                                blas_matrix* /*b*/,
-                                                                blas_matrix* /*c*/,
-                                                                blas_strategy* /*strategy*/,
-                                                                blas_kernel_info* /*info*/) {
+extern "C" void tarn_blas_cnr_sse2_dgemm_initialize_kernel_info(
+    const blas_op_params* /*op*/, blas_matrix* /*a*/, blas_matrix* /*b*/, blas_matrix* /*c*/,
+    blas_strategy* /*strategy*/, blas_kernel_info* /*info*/) {
   return;
 }
 

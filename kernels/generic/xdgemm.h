@@ -19,11 +19,11 @@
 
 namespace {
 
-constexpr int kGemmMr = Simd::kWidth;  // rows of the register tile
-constexpr int kGemmNr = 6;             // columns of the register tile
-constexpr int kGemmKc = 256;           // k block
-constexpr int kGemmMc = 192;           // row block, a multiple of every kGemmMr
-constexpr int kGemmNc = 1536;          // column block, a multiple of kGemmNr
+constexpr int kGemmMr = Simd::kWidth;    // rows of the register tile
+constexpr int kGemmNr = 6;               // columns of the register tile
+constexpr int kGemmKc = 256;             // k block
+constexpr int kGemmMc = 192;             // row block, a multiple of every kGemmMr
+constexpr int kGemmNc = 1536;            // column block, a multiple of kGemmNr
 constexpr int kGemmStackDoubles = 4096;  // packed data that fit on the stack
 constexpr int kGemmBufferAlign = 128;
 

@@ -27,8 +27,8 @@
 
 namespace {
 
-constexpr int kTrsmNb = 64;    // right side: columns of a diagonal block
-constexpr int kTrsmLeaf = 64;  // left side: largest order solved without halving
+constexpr int kTrsmNb = 64;        // right side: columns of a diagonal block
+constexpr int kTrsmLeaf = 64;      // left side: largest order solved without halving
 constexpr int kTrsmSplitUnit = 8;  // halves are cut at multiples of this
 // Fewer right-hand sides than this: inverting a leaf costs more than it saves.
 constexpr int kTrsmInverseMinCols = 16;
@@ -39,8 +39,8 @@ constexpr int kTrsmChunk = 256;
 constexpr int kTrsmBufferAlign = 128;
 
 struct TrsmShape {
-  bool trans;     // op(A) = A'
-  bool unit;      // unit diagonal, never read
+  bool trans;  // op(A) = A'
+  bool unit;   // unit diagonal, never read
   const double* a;
   int lda;
   // op(A)(i, j)
@@ -49,7 +49,8 @@ struct TrsmShape {
   }
   // Address of op(A)(i, j) as the start of an op(A) block for DGEMM.
   const double* block(int i, int j) const {
-    return trans ? a + j + static_cast<ptrdiff_t>(i) * lda : a + i + static_cast<ptrdiff_t>(j) * lda;
+    return trans ? a + j + static_cast<ptrdiff_t>(i) * lda
+                 : a + i + static_cast<ptrdiff_t>(j) * lda;
   }
 };
 
@@ -178,8 +179,8 @@ void trsm_left_leaf(const TrsmShape& s, bool lower, int k0, int len, int n, doub
   }
   // The inverse and a chunk of right-hand sides, from the thread's cached
   // work memory; without it the leaf is solved by substitution.
-  void* work = tarn_serv_allocate(sizeof(double) * kTrsmLeaf * (kTrsmLeaf + kTrsmChunk),
-                                  kTrsmBufferAlign);
+  void* work =
+      tarn_serv_allocate(sizeof(double) * kTrsmLeaf * (kTrsmLeaf + kTrsmChunk), kTrsmBufferAlign);
   if (tarn_serv_check_ptr_and_warn(work, "DTRSM")) {
     if (lower)
       trsm_diag_left_lower(s, k0, len, n, b, ldb);

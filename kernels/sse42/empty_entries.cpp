@@ -9,25 +9,19 @@ extern "C" void tarn_blas_sse42_dgemm_map_thread_to_kernel(const gemm_thread_opt
   return;
 }
 
-extern "C" void tarn_blas_sse42_xdgemm_internal(const char* /*transa*/, const char* /*transb*/,
-                                                const int* /*m*/, const int* /*n*/,
-                                                const int* /*k*/, const double* /*alpha*/,
-                                                const double* /*a*/, const int* /*lda*/,
-                                                const double* /*b*/, const int* /*ldb*/,
-                                                const double* /*beta*/, double* /*c*/,
-                                                const int* /*ldc*/,
-                                                const blas_strategy* /*strategy*/) {
+extern "C" void tarn_blas_sse42_xdgemm_internal(
+    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
+    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
+    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
+    const int* /*ldc*/, const blas_strategy* /*strategy*/) {
   return;
 }
 
-extern "C" int tarn_blas_sse42_xdgemm_internal_team(const char* /*transa*/, const char* /*transb*/,
-                                                    const int* /*m*/, const int* /*n*/,
-                                                    const int* /*k*/, const double* /*alpha*/,
-                                                    const double* /*a*/, const int* /*lda*/,
-                                                    const double* /*b*/, const int* /*ldb*/,
-                                                    const double* /*beta*/, double* /*c*/,
-                                                    const int* /*ldc*/, void* /*team*/,
-                                                    const int* /*ithr*/, const int* /*mode*/) {
+extern "C" int tarn_blas_sse42_xdgemm_internal_team(
+    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
+    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
+    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
+    const int* /*ldc*/, void* /*team*/, const int* /*ithr*/, const int* /*mode*/) {
   return -1;  // not done: the caller keeps to its path without shared packing
 }
 
