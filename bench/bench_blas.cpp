@@ -21,8 +21,9 @@
 
 #include "kernels/gemm_desc.h"
 
-// Defined in bench_trsm.cpp.
+// Defined in bench_trsm.cpp and bench_dgemv.cpp.
 double bench_trsm(const char* branch, int m, int n, int reps);
+double bench_dgemv(const char* branch, int m, int n, int reps);
 
 namespace {
 
@@ -106,7 +107,13 @@ double run_trsm(const Branch& br, const Shape& s) {
   return bench_trsm(br.name, s.m, s.n, s.reps);
 }
 
-const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}};
+// bench_dgemv.cpp: 'N' and 'T' over a matrix far larger than the caches,
+// against a streaming copy of the same bytes and the branch's DGEMM.
+double run_dgemv(const Branch& br, const Shape& s) {
+  return bench_dgemv(br.name, s.m, s.n, s.reps);
+}
+
+const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}, {"dgemv", run_dgemv}};
 
 void usage() {
   std::fprintf(stderr,

@@ -18,6 +18,9 @@
 
 namespace {
 
+// |x| by clearing the sign bit: an and with a constant, no flag raised.
+constexpr long long kAbsMask = 0x7fffffffffffffffLL;
+
 #if defined(__AVX512F__)
 
 struct L12Vec {
@@ -39,7 +42,9 @@ struct L12Vec {
   // Signalling compare: a NaN operand raises Invalid, which is how the
   // pivot search learns of a NaN without a test in its loop.
   static Mask gt_signal(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_GT_OS); }
+  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm512_mask_blend_pd(m, b, a); }  // m ? a : b
+  static V clear_where(Mask m, V a) { return _mm512_maskz_mov_pd(static_cast<Mask>(~m), a); }
 };
 
 #elif defined(__AVX__)
@@ -68,9 +73,11 @@ struct L12Vec {
   static V fmadd(V a, V b, V c) { return _mm256_add_pd(_mm256_mul_pd(a, b), c); }
   static V fnmadd(V a, V b, V c) { return _mm256_sub_pd(c, _mm256_mul_pd(a, b)); }
 #endif
-  static V abs(V a) { return _mm256_andnot_pd(_mm256_set1_pd(-0.0), a); }
+  static V abs(V a) { return _mm256_and_pd(a, _mm256_castsi256_pd(_mm256_set1_epi64x(kAbsMask))); }
   static Mask gt_signal(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_GT_OS); }
+  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm256_blendv_pd(b, a, m); }
+  static V clear_where(Mask m, V a) { return _mm256_andnot_pd(m, a); }  // m ? 0 : a
 };
 
 #else
@@ -90,14 +97,19 @@ struct L12Vec {
   static V mul(V a, V b) { return _mm_mul_pd(a, b); }
   static V fmadd(V a, V b, V c) { return _mm_add_pd(_mm_mul_pd(a, b), c); }
   static V fnmadd(V a, V b, V c) { return _mm_sub_pd(c, _mm_mul_pd(a, b)); }
-  static V abs(V a) { return _mm_andnot_pd(_mm_set1_pd(-0.0), a); }
+  static V abs(V a) { return _mm_and_pd(a, _mm_castsi128_pd(_mm_set1_epi64x(kAbsMask))); }
   // cmpltpd with the operands swapped: the ordered, signalling form.
   static Mask gt_signal(V a, V b) { return _mm_cmpgt_pd(a, b); }
 #if defined(__SSE4_1__)
+  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm_blendv_pd(b, a, m); }
 #else
+  // Three operations and a temporary: the pivot search keeps fewer
+  // running maxima here.
+  static constexpr bool kBlend = false;
   static V select(Mask m, V a, V b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); }
 #endif
+  static V clear_where(Mask m, V a) { return _mm_andnot_pd(m, a); }  // m ? 0 : a
 };
 
 #endif

@@ -26,10 +26,10 @@ constexpr unsigned kMxcsrInvalid = 0x1;  // the Invalid flag
 // even 8-byte aligned).
 constexpr int kIamaxVectorFrom = 8;
 constexpr int kIamaxPeelFrom = 29;
-// Running maxima kept in vector registers, each with its own index vector.
+// Running maxima kept in vector registers, each with the age of its value.
 // Two, not four: with i386's eight vector registers four maxima and their
-// indices leave no register for the load and the compare (measured: the
-// loop then spills on every iteration).
+// ages leave no register for the load and the compare, and the loop spills
+// on every iteration (seen in objdump).
 constexpr int kIamaxAccumulators = 2;
 
 // a > b with the signalling scalar compare (comisd): a NaN raises Invalid.
@@ -55,41 +55,46 @@ struct L1IamaxBest {
 // Elements [from, from + blocks*2W) of a unit-stride x in vectors; merges
 // the lanes into `best`, the lower index winning a tie. Every index here is
 // above those `best` has seen, so a lane must be strictly larger to win.
+//
+// Each lane keeps, beside its maximum, the age of that maximum: elements
+// walked since it was found, reset to 0 by the compare that found it. An
+// age needs no index register to be kept up to date (one add and one
+// and-not), which is what lets two maxima run in i386's eight registers.
 template <class A>
 inline void l1_iamax_vectors(const double* x, int from, int blocks, L1IamaxBest* best) {
   constexpr int W = L12Vec::kWidth;
-  constexpr int kStep = kIamaxAccumulators * W;
-  static_assert(kIamaxAccumulators == 2, "the loop below keeps two maxima");
-  L12Vec::V max0 = L12Vec::set1(-1.0), max1 = max0;
-  L12Vec::V idx0 = L12Vec::zero(), idx1 = idx0;
-  // Index of the block's first element; lane l of maximum k adds k*W + l.
-  L12Vec::V base = L12Vec::set1(static_cast<double>(from));
+  constexpr int K = kIamaxAccumulators;
+  constexpr int kStep = K * W;
+  L12Vec::V maxv[K], age[K];
+  for (int k = 0; k < K; ++k) {
+    maxv[k] = L12Vec::set1(-1.0);
+    age[k] = L12Vec::zero();
+  }
   const L12Vec::V step = L12Vec::set1(static_cast<double>(kStep));
   const double* p = x + from;
-  // Elements of x, two vectors at a time.
+  // Elements of x, K vectors at a time.
   for (int b = 0; b < blocks; ++b, p += kStep) {
-    const L12Vec::V v0 = L12Vec::abs(l12_load(A{}, p));
-    const L12Vec::Mask up0 = L12Vec::gt_signal(v0, max0);
-    max0 = L12Vec::select(up0, v0, max0);
-    idx0 = L12Vec::select(up0, base, idx0);
-    const L12Vec::V v1 = L12Vec::abs(l12_load(A{}, p + W));
-    const L12Vec::Mask up1 = L12Vec::gt_signal(v1, max1);
-    max1 = L12Vec::select(up1, v1, max1);
-    idx1 = L12Vec::select(up1, base, idx1);
-    base = L12Vec::add(base, step);
+    for (int k = 0; k < K; ++k) {
+      const L12Vec::V v = L12Vec::abs(l12_load(A{}, p + k * W));
+      const L12Vec::Mask up = L12Vec::gt_signal(v, maxv[k]);
+      maxv[k] = L12Vec::select(up, v, maxv[k]);
+      age[k] = L12Vec::clear_where(up, L12Vec::add(age[k], step));
+    }
   }
-  alignas(64) double mv[kIamaxAccumulators][W];
-  alignas(64) double iv[kIamaxAccumulators][W];
-  L12Vec::storea(mv[0], max0);
-  L12Vec::storea(mv[1], max1);
-  L12Vec::storea(iv[0], idx0);
-  L12Vec::storea(iv[1], idx1);
+  alignas(64) double mv[K][W];
+  alignas(64) double av[K][W];
+  for (int k = 0; k < K; ++k) {
+    L12Vec::storea(mv[k], maxv[k]);
+    L12Vec::storea(av[k], age[k]);
+  }
+  // Lane l of maximum k in the last block is element last + k*W + l.
+  const int last = from + (blocks - 1) * kStep;
   double vbest = -1.0;
   int ibest = 0;
-  for (int k = 0; k < kIamaxAccumulators; ++k) {
+  for (int k = 0; k < K; ++k) {
     for (int l = 0; l < W; ++l) {
       const double v = mv[k][l];
-      const int i = static_cast<int>(iv[k][l]) + k * W + l;
+      const int i = last - static_cast<int>(av[k][l]) + k * W + l;
       if (v > vbest || (v == vbest && i < ibest)) {
         vbest = v;
         ibest = i;

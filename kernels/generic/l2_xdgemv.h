@@ -25,26 +25,56 @@ namespace {
 
 constexpr int kGemvColumns = 4;  // columns of A per pass, both forms
 
+// Software prefetch of the four columns, once per cache line, this many
+// elements ahead. Measured on a 10000 x 10000 product on one thread: the
+// 128-bit branches went from about 70 % of a streaming copy to 85-90 %
+// with 1 KB ahead (512 bytes and 2 KB were a little worse); the 256- and
+// 512-bit ones, near 90 % already, did not change.
+constexpr int kGemvPrefetch = 128;
+constexpr int kGemvLine = 8;  // doubles per cache line
+
+inline void l2_gemv_prefetch4(const double* a0, const double* a1, const double* a2,
+                              const double* a3) {
+  _mm_prefetch(reinterpret_cast<const char*>(a0 + kGemvPrefetch), _MM_HINT_T0);
+  _mm_prefetch(reinterpret_cast<const char*>(a1 + kGemvPrefetch), _MM_HINT_T0);
+  _mm_prefetch(reinterpret_cast<const char*>(a2 + kGemvPrefetch), _MM_HINT_T0);
+  _mm_prefetch(reinterpret_cast<const char*>(a3 + kGemvPrefetch), _MM_HINT_T0);
+}
+
 // y(0:m) += A(:, 0:4) * t, unit stride in y; ai are the four columns.
+// Rows one by one up to a vector boundary of y (when y is 8-byte aligned
+// and m is worth it), then a cache line of rows per iteration with aligned
+// stores of y, then single vectors, then single rows.
 inline void l2_gemv_n4(int m, const double* a0, const double* a1, const double* a2,
                        const double* a3, const double t[kGemvColumns], double* y) {
+  constexpr int W = L12Vec::kWidth;
   const double t0 = t[0], t1 = t[1], t2 = t[2], t3 = t[3];
   const L12Vec::V v0 = L12Vec::set1(t0), v1 = L12Vec::set1(t1), v2 = L12Vec::set1(t2),
                   v3 = L12Vec::set1(t3);
-  l1_stream_unit(
-      m, y,
-      [=](int i) {
-        double s = l12_fma1(a0[i], t0, y[i]);
-        s = l12_fma1(a1[i], t1, s);
-        s = l12_fma1(a2[i], t2, s);
-        y[i] = l12_fma1(a3[i], t3, s);
-      },
-      [=](auto aligned, int i) {
-        L12Vec::V s = L12Vec::fmadd(L12Vec::load(a0 + i), v0, l12_load(aligned, y + i));
-        s = L12Vec::fmadd(L12Vec::load(a1 + i), v1, s);
-        s = L12Vec::fmadd(L12Vec::load(a2 + i), v2, s);
-        l12_store(aligned, y + i, L12Vec::fmadd(L12Vec::load(a3 + i), v3, s));
-      });
+  auto one = [=](int i) {
+    double s = l12_fma1(a0[i], t0, y[i]);
+    s = l12_fma1(a1[i], t1, s);
+    s = l12_fma1(a2[i], t2, s);
+    y[i] = l12_fma1(a3[i], t3, s);
+  };
+  auto vec = [=](auto aligned, int i) {
+    L12Vec::V s = L12Vec::fmadd(L12Vec::load(a0 + i), v0, l12_load(aligned, y + i));
+    s = L12Vec::fmadd(L12Vec::load(a1 + i), v1, s);
+    s = L12Vec::fmadd(L12Vec::load(a2 + i), v2, s);
+    l12_store(aligned, y + i, L12Vec::fmadd(L12Vec::load(a3 + i), v3, s));
+  };
+  int i = 0;
+  const int peel = m < kL1PeelFrom ? -1 : l12_peel_to_boundary(y);
+  if (peel >= 0) {
+    for (; i < peel; ++i) one(i);
+    // Rows i, one cache line at a time.
+    for (; i + kGemvLine <= m; i += kGemvLine) {
+      l2_gemv_prefetch4(a0 + i, a1 + i, a2 + i, a3 + i);
+      for (int r = 0; r < kGemvLine; r += W) vec(L12Aligned{}, i + r);
+    }
+  }
+  for (; i + W <= m; i += W) vec(L12Unaligned{}, i);
+  for (; i < m; ++i) one(i);
 }
 
 // y(0:m) += A(:, j) * t, unit stride in y.
@@ -58,7 +88,8 @@ inline void l2_gemv_n1(int m, const double* a0, double t, double* y) {
 }
 
 // s[k] = A(:, k)' x for the four columns ai, unit stride in x; rows below
-// `peel` are summed first, one by one, then the vector rows, then the rest.
+// `peel` are summed first, one by one, then the vector rows (a cache line
+// per iteration, then single vectors), then the rest.
 inline void l2_gemv_t4(int m, int peel, const double* a0, const double* a1, const double* a2,
                        const double* a3, const double* x, double s[kGemvColumns]) {
   constexpr int W = L12Vec::kWidth;
@@ -72,14 +103,19 @@ inline void l2_gemv_t4(int m, int peel, const double* a0, const double* a1, cons
   }
   if (i + W <= m) {
     L12Vec::V c0 = L12Vec::zero(), c1 = c0, c2 = c0, c3 = c0;
-    // Rows i, one vector of each column at a time.
-    for (; i + W <= m; i += W) {
-      const L12Vec::V xv = L12Vec::load(x + i);
-      c0 = L12Vec::fmadd(L12Vec::load(a0 + i), xv, c0);
-      c1 = L12Vec::fmadd(L12Vec::load(a1 + i), xv, c1);
-      c2 = L12Vec::fmadd(L12Vec::load(a2 + i), xv, c2);
-      c3 = L12Vec::fmadd(L12Vec::load(a3 + i), xv, c3);
+    auto vec = [&](int r) {
+      const L12Vec::V xv = L12Vec::load(x + r);
+      c0 = L12Vec::fmadd(L12Vec::load(a0 + r), xv, c0);
+      c1 = L12Vec::fmadd(L12Vec::load(a1 + r), xv, c1);
+      c2 = L12Vec::fmadd(L12Vec::load(a2 + r), xv, c2);
+      c3 = L12Vec::fmadd(L12Vec::load(a3 + r), xv, c3);
+    };
+    // Rows i, one cache line at a time.
+    for (; i + kGemvLine <= m; i += kGemvLine) {
+      l2_gemv_prefetch4(a0 + i, a1 + i, a2 + i, a3 + i);
+      for (int r = 0; r < kGemvLine; r += W) vec(i + r);
     }
+    for (; i + W <= m; i += W) vec(i);
     s0 += l12_sum_lanes(c0);
     s1 += l12_sum_lanes(c1);
     s2 += l12_sum_lanes(c2);
