@@ -37,7 +37,7 @@ int select_branch_with(int (*detect)(), int (*cbwr)(int));
 // select_branch_with on tarn_serv_cpu_detect and tarn_serv_cbwr_get.
 int select_branch();
 
-// Steps 2 to 4 of a stub whose cell was empty: choose, store, read back. The
+// What a stub does while its cell is empty: choose, store, read back. The
 // store of one aligned pointer is atomic here; two threads racing store the
 // same value, since the services answer the same after their first call.
 template <class Fn>
