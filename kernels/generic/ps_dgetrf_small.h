@@ -5,8 +5,9 @@
 // columns, reciprocal or division by the safe minimum, zero pivot noted once
 // and the elimination continued), laid out right-looking: step j pivots and
 // scales column j and subtracts its rank-one product from the trailing
-// block. Every element thus receives the same products in the same order as
-// in the left-looking form, so the two agree up to rounding.
+// block. Every element thus receives the same products as in the
+// left-looking form, summed in another order, so the two agree up to
+// rounding.
 //
 // The matrix is copied into a block on the stack whose columns have room for
 // one vector beyond the last row. The column operations then run in whole
