@@ -10,7 +10,10 @@
 // 'T' takes four dot products at once. The free form first steps, one row
 // at a time, to the next vector boundary of the first of the four columns
 // (or of the column alone), so that its loads are aligned; its sums then
-// depend on that address. The fixed form never peels: lane l of each sum
+// depend on that address. Measured on a 1024 x 128 'T' product in cache,
+// one thread: avx512 about 23 GFlops with the peel against 12 without (a
+// 64-byte load across two lines costs twice), avx2 about 17 against 13 when
+// lda keeps the columns aligned together; the 128-bit branches the same. The fixed form never peels: lane l of each sum
 // holds the rows l, l+W, l+2W, ... of the column, the lanes are added left
 // to right and the last rows after them, an order fixed by m alone, so a
 // reproducibility mode gets the same bits for copies of the same data at
