@@ -1,6 +1,5 @@
 // Dispatching stub of the small-matrix LU.
 #include "lapack/ps_small.h"
-
 #include "service/cpu.h"
 
 namespace {
@@ -22,8 +21,8 @@ __attribute__((noinline, cold)) tarn_ps_dgetrf_small_fn* resolve_dgetrf_small() 
 
 }  // namespace
 
-extern "C" void tarn_lapack_ps_dgetrf_small(const int* m, const int* n, double* a,
-                                            const int* lda, int* ipiv, int* info) {
+extern "C" void tarn_lapack_ps_dgetrf_small(const int* m, const int* n, double* a, const int* lda,
+                                            int* ipiv, int* info) {
   tarn_ps_dgetrf_small_fn* f = __atomic_load_n(&dgetrf_small_cell, __ATOMIC_RELAXED);
   if (__builtin_expect(f == nullptr, 0)) {
     f = resolve_dgetrf_small();

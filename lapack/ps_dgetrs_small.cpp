@@ -1,6 +1,5 @@
 // Dispatching stub of the small-matrix solve.
 #include "lapack/ps_small.h"
-
 #include "service/cpu.h"
 
 namespace {
@@ -24,8 +23,7 @@ __attribute__((noinline, cold)) tarn_ps_dgetrs_small_fn* resolve_dgetrs_small() 
 
 extern "C" void tarn_lapack_ps_dgetrs_small(const char* trans, const int* n, const int* nrhs,
                                             const double* a, const int* lda, const int* ipiv,
-                                            double* b, const int* ldb, int* info,
-                                            const int* one) {
+                                            double* b, const int* ldb, int* info, const int* one) {
   tarn_ps_dgetrs_small_fn* f = __atomic_load_n(&dgetrs_small_cell, __ATOMIC_RELAXED);
   if (__builtin_expect(f == nullptr, 0)) {
     f = resolve_dgetrs_small();

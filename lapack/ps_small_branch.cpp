@@ -1,9 +1,8 @@
 // Which member of the small-matrix path a branch code selects, and the stop
 // for a processor that has none. Unlike the BLAS stubs, the small path does
 // not look at the reproducibility mode: it has no reproducible set of its
-// own, and its members give the same results on every branch anyway.
+// own, and its members compute the same thing on every branch.
 #include "lapack/ps_small.h"
-
 #include "service/messages.h"
 
 namespace tarn_ps_small {

@@ -4,6 +4,7 @@
 // plain reference loops; singular and NaN matrices, pivots below the safe
 // minimum; the thresholds at which the public routines hand over; the stubs'
 // choice of member on simulated processors; and no heap memory on the way.
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,8 +19,6 @@
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "blas/blas.h"
 #include "lapack/lapack.h"
@@ -249,7 +248,7 @@ TEST(SmallLu, OrderOneReportsAZeroEntryAndPivotsOnItself) {
   }
 }
 
-TEST(SmallLu, ZeroColumnSetsInfoOnceAndTheElimationGoesOn) {
+TEST(SmallLu, ZeroColumnSetsInfoOnceAndTheEliminationGoesOn) {
   // Shapes on the unrolled and the general road; the zero column at the
   // front, in the middle and last.
   const int shapes[][2] = {{2, 2}, {5, 5}, {7, 7}, {8, 8}, {16, 16}, {16, 3}, {3, 16}, {12, 9}};
@@ -411,8 +410,7 @@ TEST(SmallLu, PublicRoutineTakesThisPathUpToOrder16) {
 // ---- Solve -----------------------------------------------------------------
 
 // x := inv(op(P*L*U)) * x by plain loops, rows exchanged one by one.
-void reference_solve(bool trans, int n, const Matrix& lu, const std::vector<int>& ipiv,
-                     double* x) {
+void reference_solve(bool trans, int n, const Matrix& lu, const std::vector<int>& ipiv, double* x) {
   if (!trans) {
     for (int i = 0; i < n; ++i) std::swap(x[i], x[ipiv[i] - 1]);
     for (int i = 0; i < n; ++i)
@@ -468,8 +466,8 @@ TEST(SmallSolve, EveryOrderAndRightHandSideCountInEveryForm) {
           Matrix got = b0, general = b0, want = b0;
           int info = -99;
           const int one = 1;
-          mb->getrs(tr, &n, &nrhs, f.lu.data(), &f.lu.ld, f.ipiv.data(), got.data(), &got.ld,
-                    &info, &one);
+          mb->getrs(tr, &n, &nrhs, f.lu.data(), &f.lu.ld, f.ipiv.data(), got.data(), &got.ld, &info,
+                    &one);
           general_solve(trans, n, nrhs, f.lu, f.ipiv, general);
           for (int c = 0; c < nrhs; ++c) reference_solve(trans, n, f.lu, f.ipiv, &want(0, c));
           const std::string what = std::string(mb->branch) + " " + tr + " n " + std::to_string(n) +

@@ -57,8 +57,7 @@ constexpr int kPsWidth = 2;
 // kPsWidth doubles at any 8-byte boundary, read and written in place of the
 // doubles themselves. (Copying through memcpy instead made the avx member
 // bounce every 256-bit access through the stack in two halves.)
-typedef double PsVec
-    __attribute__((vector_size(kPsWidth * sizeof(double)), aligned(8), may_alias));
+typedef double PsVec __attribute__((vector_size(kPsWidth * sizeof(double)), aligned(8), may_alias));
 
 TARN_PS_NOVEC __attribute__((always_inline)) inline PsVec ps_load(const double* p) {
   return *reinterpret_cast<const PsVec*>(p);

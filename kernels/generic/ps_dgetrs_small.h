@@ -34,7 +34,8 @@ namespace {
 constexpr int kPsSolveMaxOrder = 8;
 
 template <int kN>
-TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_swap_rows(double* x, const int* ipiv, bool forward) {
+TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_swap_rows(double* x, const int* ipiv,
+                                                                      bool forward) {
   // over the pivots, first to last or last to first
   for (int s = 0; s < kN; ++s) {
     const int i = forward ? s : kN - 1 - s;
@@ -50,7 +51,8 @@ TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_swap_rows(double* x,
 // x := inv(P*L*U) * x
 template <int kN>
 TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_solve_notrans(const double* a, int lda,
-                                                            const int* ipiv, double* x) {
+                                                                          const int* ipiv,
+                                                                          double* x) {
   ps_swap_rows<kN>(x, ipiv, true);
   // over the columns of L, left to right (unit diagonal)
   for (int j = 0; j < kN; ++j) {
@@ -70,7 +72,8 @@ TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_solve_notrans(const 
 // x := inv(P*L*U)**T * x
 template <int kN>
 TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_solve_trans(const double* a, int lda,
-                                                          const int* ipiv, double* x) {
+                                                                        const int* ipiv,
+                                                                        double* x) {
   // over the columns of U, left to right: a dot product above the diagonal
   for (int j = 0; j < kN; ++j) {
     const double* cj = a + static_cast<std::ptrdiff_t>(j) * lda;
@@ -89,8 +92,9 @@ TARN_PS_NOVEC __attribute__((always_inline)) inline void ps_solve_trans(const do
 }
 
 template <int kN>
-TARN_PS_NOVEC __attribute__((noinline)) void ps_getrs_order(bool notrans, int nrhs, const double* a, int lda,
-                                              const int* ipiv, double* b, int ldb) {
+TARN_PS_NOVEC __attribute__((noinline)) void ps_getrs_order(bool notrans, int nrhs, const double* a,
+                                                            int lda, const int* ipiv, double* b,
+                                                            int ldb) {
   // over the right-hand sides, one column at a time
   for (int c = 0; c < nrhs; ++c) {
     double* x = b + static_cast<std::ptrdiff_t>(c) * ldb;
@@ -103,8 +107,8 @@ TARN_PS_NOVEC __attribute__((noinline)) void ps_getrs_order(bool notrans, int nr
 
 // The whole member: a jump on the order. Nothing is checked; sizes below 1
 // solve nothing.
-inline void ps_dgetrs_small(char trans, int n, int nrhs, const double* a, int lda,
-                            const int* ipiv, double* b, int ldb, int* info) {
+inline void ps_dgetrs_small(char trans, int n, int nrhs, const double* a, int lda, const int* ipiv,
+                            double* b, int ldb, int* info) {
   *info = 0;
   const bool notrans = trans == 'N' || trans == 'n';
   switch (n) {
@@ -115,7 +119,8 @@ inline void ps_dgetrs_small(char trans, int n, int nrhs, const double* a, int ld
     case 5: return ps_getrs_order<5>(notrans, nrhs, a, lda, ipiv, b, ldb);
     case 6: return ps_getrs_order<6>(notrans, nrhs, a, lda, ipiv, b, ldb);
     case 7: return ps_getrs_order<7>(notrans, nrhs, a, lda, ipiv, b, ldb);
-    case kPsSolveMaxOrder: return ps_getrs_order<kPsSolveMaxOrder>(notrans, nrhs, a, lda, ipiv, b, ldb);
+    case kPsSolveMaxOrder:
+      return ps_getrs_order<kPsSolveMaxOrder>(notrans, nrhs, a, lda, ipiv, b, ldb);
     default:
       // Never entered from the solver beyond order 8; a direct caller still
       // gets the general road's result. Below order 1 there is nothing to do.
