@@ -67,12 +67,18 @@ void dtrsm_initialize_kernel_info(const blas_op_params* op, blas_matrix* a, blas
   TrsmDiagScaleFn* scale;
   TrsmTileFn* tile;
   if (!op->side_right) {
-    scale = unit ? dtrsm_scale_left_unit<mr> : dtrsm_scale_left<mr>;
+    if (op_upper)
+      scale = unit ? dtrsm_scale_left_unit<mr, false> : dtrsm_scale_left<mr, false>;
+    else
+      scale = unit ? dtrsm_scale_left_unit<mr, true> : dtrsm_scale_left<mr, true>;
     tile = trsm_pick_tile<R>(!op_upper, unit, false);  // dtrsm_kernel_left_<uplo>
     info->driver = op_upper ? xdtrsm_left_upper_fullacopybcopy<R, Gemm>
                             : xdtrsm_left_lower_fullacopybcopy<R, Gemm>;
   } else {
-    scale = unit ? dtrsm_scale_right_unit<mr> : dtrsm_scale_right<mr>;
+    if (op_upper)
+      scale = unit ? dtrsm_scale_right_unit<mr, true> : dtrsm_scale_right<mr, true>;
+    else
+      scale = unit ? dtrsm_scale_right_unit<mr, false> : dtrsm_scale_right<mr, false>;
     tile = trsm_pick_tile<R>(op_upper, unit, false);  // dtrsm_kernel_right_<uplo>
     info->driver = op_upper ? xdtrsm_right_upper_fullacopybcopy<R, Gemm>
                             : xdtrsm_right_lower_fullacopybcopy<R, Gemm>;
