@@ -361,6 +361,21 @@ TEST_P(Level1, IdamaxFirstMaximumAndFirstNaNAtEveryPlacementAndLength) {
     }
 }
 
+// A NaN in the first element is never compared inside the vector loop; it
+// must still win whatever length and placement leave no scalar step after.
+TEST_P(Level1, IdamaxNaNFirstWinsOnEveryLengthAndPlacement) {
+  Random r(109);
+  for (const Placement& pl : placements())
+    for (int n = 2; n <= 140; ++n) {
+      std::vector<double> v = random_values(n, r);
+      v[0] = kNaN;
+      v[n - 1] = 1e300;
+      ASSERT_EQ(idamax_at(k(), v, 1, pl), 1) << "n " << n << " placed " << pl.offset;
+      v[0] = -kNaN;
+      ASSERT_EQ(idamax_at(k(), v, 1, pl), 1) << "n " << n << " placed " << pl.offset;
+    }
+}
+
 TEST_P(Level1, IdamaxWithStridesOtherThanOne) {
   Random r(106);
   for (int inc : {2, 3, 7})

@@ -101,7 +101,9 @@ inline void l1_iamax_vectors(const double* x, int from, int blocks, L1IamaxBest*
       }
     }
   }
-  if (vbest > best->value) {
+  // Signalling, as every compare of the search: a NaN first element is
+  // seen here when no scalar step follows.
+  if (l1_gt_signal1(vbest, best->value)) {
     best->value = vbest;
     best->index = ibest;
   }
