@@ -16,17 +16,17 @@
 
 #include <immintrin.h>
 
+#include "kernels/generic/gemm_microkernel.h"
 #include "kernels/generic/gemm_nocopy.h"
 
 namespace {
 
 template <bool B0>
 inline void avx512_dgemm_tile(int kc, const double* __restrict a, const double* __restrict b,
-                              double* c, int ldc) {
+                              double* c, int ldc, const GemmPrefetch& pf) {
+  constexpr int CL = gemm_c_lines(8);
   __m512d c0 = _mm512_setzero_pd(), c1 = c0, c2 = c0, c3 = c0, c4 = c0, c5 = c0, c6 = c0;
-  // Loop over the depth, one k at a time (unrolled by 4).
-#pragma GCC unroll 4
-  for (int p = 0; p < kc; ++p) {
+  auto step = [&] {
     const __m512d av = _mm512_loadu_pd(a);
     c0 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[0]), c0);
     c1 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[1]), c1);
@@ -37,7 +37,16 @@ inline void avx512_dgemm_tile(int kc, const double* __restrict a, const double* 
     c6 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[6]), c6);
     a += 8;
     b += 7;
+  };
+  // Loop over the depth, eight k at a time, with one prefetch each.
+  int p = 0, q = 0;
+  for (; p + kGemmStepsPerPrefetch <= kc; p += kGemmStepsPerPrefetch, ++q) {
+    gemm_prefetch_item<CL>(pf, q);
+#pragma GCC unroll 8
+    for (int u = 0; u < kGemmStepsPerPrefetch; ++u) step();
   }
+  for (; p < kc; ++p) step();
+  gemm_prefetch_rest<CL>(pf, q);
   if (B0) {
     _mm512_storeu_pd(c, c0);
     _mm512_storeu_pd(c + ldc, c1);
@@ -62,11 +71,15 @@ struct Avx512Gemm {
   static constexpr int kc_min = 128, kc_low = 384, kc_high = 768, kc_large = 384;
   static constexpr int mc_max = 4992, nc_max = 192, nc_max_small_k = 24, small_k = 48;
   static constexpr int pst_m_limit = 8, pst_n_limit = 6;
-  static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    avx512_dgemm_tile<false>(kc, a, b, c, ldc);
+  // Out of line: inside the driver's loops the tile's loop would share the
+  // general registers with them and keep its counter on the stack.
+  __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
+                                               double* c, int ldc, const GemmPrefetch& pf) {
+    avx512_dgemm_tile<false>(kc, a, b, c, ldc, pf);
   }
-  static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    avx512_dgemm_tile<true>(kc, a, b, c, ldc);
+  __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
+                                                  double* c, int ldc, const GemmPrefetch& pf) {
+    avx512_dgemm_tile<true>(kc, a, b, c, ldc, pf);
   }
 };
 

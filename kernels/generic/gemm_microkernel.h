@@ -13,23 +13,36 @@
 // with that branch's instruction set, hence the anonymous namespace.
 #pragma once
 
+#include "kernels/generic/gemm_driver.h"
+
 namespace {
+
+// Depth steps per prefetch issued by a tile.
+constexpr int kGemmStepsPerPrefetch = 8;
 
 template <class V, int NR, bool B0>
 inline void gemm_vector_tile(int kc, const double* __restrict a, const double* __restrict b,
-                             double* c, int ldc) {
+                             double* c, int ldc, const GemmPrefetch& pf) {
+  constexpr int CL = gemm_c_lines(V::width);
   typename V::T acc[NR];
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j) acc[j] = V::zero();
-  // Loop over the depth, one k at a time (unrolled by 4).
-#pragma GCC unroll 4
-  for (int p = 0; p < kc; ++p) {
+  auto step = [&] {
     const typename V::T av = V::load(a);
 #pragma GCC unroll 16
     for (int j = 0; j < NR; ++j) acc[j] = V::madd(av, V::splat(b + j), acc[j]);
     a += V::width;
     b += NR;
+  };
+  // Loop over the depth, eight k at a time, with one prefetch each.
+  int p = 0, q = 0;
+  for (; p + kGemmStepsPerPrefetch <= kc; p += kGemmStepsPerPrefetch, ++q) {
+    gemm_prefetch_item<CL>(pf, q);
+#pragma GCC unroll 8
+    for (int u = 0; u < kGemmStepsPerPrefetch; ++u) step();
   }
+  for (; p < kc; ++p) step();
+  gemm_prefetch_rest<CL>(pf, q);
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j) {
     double* cj = c + j * ldc;
@@ -46,15 +59,14 @@ inline void gemm_vector_tile(int kc, const double* __restrict a, const double* _
 // seven accumulators in eight registers.
 template <class V, int MV, int NR, bool B0>
 inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double* __restrict b,
-                               double* c, int ldc) {
+                               double* c, int ldc, const GemmPrefetch& pf) {
+  constexpr int CL = gemm_c_lines(MV * V::width);
   typename V::T acc[MV][NR];
 #pragma GCC unroll 16
   for (int i = 0; i < MV; ++i)
 #pragma GCC unroll 16
     for (int j = 0; j < NR; ++j) acc[i][j] = V::zero();
-  // Loop over the depth, one k at a time (unrolled by 4).
-#pragma GCC unroll 4
-  for (int p = 0; p < kc; ++p) {
+  auto step = [&] {
     typename V::T bb[NR];
 #pragma GCC unroll 16
     for (int j = 0; j < NR; ++j) bb[j] = V::splat(b + j);
@@ -64,7 +76,16 @@ inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double*
       for (int j = 0; j < NR; ++j) acc[i][j] = V::madd(V::load(a + i * V::width), bb[j], acc[i][j]);
     a += MV * V::width;
     b += NR;
+  };
+  // Loop over the depth, eight k at a time, with one prefetch each.
+  int p = 0, q = 0;
+  for (; p + kGemmStepsPerPrefetch <= kc; p += kGemmStepsPerPrefetch, ++q) {
+    gemm_prefetch_item<CL>(pf, q);
+#pragma GCC unroll 8
+    for (int u = 0; u < kGemmStepsPerPrefetch; ++u) step();
   }
+  for (; p < kc; ++p) step();
+  gemm_prefetch_rest<CL>(pf, q);
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j)
 #pragma GCC unroll 16
@@ -80,11 +101,15 @@ inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double*
 template <class V, int MV, int NR, class Sizes>
 struct GemmMemoryATileRecord : Sizes {
   static constexpr int mr = MV * V::width, nr = NR;
-  static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_memory_a_tile<V, MV, NR, false>(kc, a, b, c, ldc);
+  // Out of line, so that the tile's loop has the general registers to
+  // itself.
+  __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
+                                               double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_memory_a_tile<V, MV, NR, false>(kc, a, b, c, ldc, pf);
   }
-  static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_memory_a_tile<V, MV, NR, true>(kc, a, b, c, ldc);
+  __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
+                                                  double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_memory_a_tile<V, MV, NR, true>(kc, a, b, c, ldc, pf);
   }
 };
 
@@ -92,11 +117,15 @@ struct GemmMemoryATileRecord : Sizes {
 template <class V, int NR, class Sizes>
 struct GemmVectorTileRecord : Sizes {
   static constexpr int mr = V::width, nr = NR;
-  static void kernel(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_vector_tile<V, NR, false>(kc, a, b, c, ldc);
+  // Out of line, so that the tile's loop has the general registers to
+  // itself.
+  __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
+                                               double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_vector_tile<V, NR, false>(kc, a, b, c, ldc, pf);
   }
-  static void kernel_b0(int kc, const double* a, const double* b, double* c, int ldc) {
-    gemm_vector_tile<V, NR, true>(kc, a, b, c, ldc);
+  __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
+                                                  double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_vector_tile<V, NR, true>(kc, a, b, c, ldc, pf);
   }
 };
 
