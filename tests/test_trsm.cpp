@@ -223,6 +223,23 @@ TEST_P(TrsmBranch, ManyRightHandSidesOnNarrowAndWideOrders) {
   }
 }
 
+TEST_P(TrsmBranch, LowerCaseAndConjugateCharacters) {
+  // 'c' and 'C' transpose as 'T' does (the data are real); case is folded.
+  uint64_t seed = 6000;
+  for (const Case& c : all_cases())
+    for (int k : {10, 97}) {
+      const int m = c.side == 'L' ? k : 14, n = c.side == 'L' ? 14 : k;
+      Problem p(c, m, n, 1.0, 1, ++seed);
+      p.reference();
+      const char side = static_cast<char>(c.side | 0x20), uplo = static_cast<char>(c.uplo | 0x20);
+      const char trans = c.trans == 'T' ? (k == 10 ? 'c' : 'C') : 'n';
+      const char diag = static_cast<char>(c.diag | 0x20);
+      GetParam().xdtrsm(&side, &uplo, &trans, &diag, &p.m, &p.n, &p.alpha, p.a.data(), &p.a.ld,
+                        p.b.data(), &p.b.ld);
+      p.check(describe(c, m, n));
+    }
+}
+
 TEST_P(TrsmBranch, UnitDiagonalIsNeverRead) {
   uint64_t seed = 7000;
   for (const Case& c : all_cases()) {
