@@ -27,7 +27,6 @@ struct L12Vec {
   using V = __m512d;
   using Mask = __mmask8;
   static constexpr int kWidth = 8;
-  static constexpr bool kFma = true;
   static V zero() { return _mm512_setzero_pd(); }
   static V set1(double x) { return _mm512_set1_pd(x); }
   static V load(const double* p) { return _mm512_loadu_pd(p); }
@@ -42,7 +41,6 @@ struct L12Vec {
   // Signalling compare: a NaN operand raises Invalid, which is how the
   // pivot search learns of a NaN without a test in its loop.
   static Mask gt_signal(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_GT_OS); }
-  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm512_mask_blend_pd(m, b, a); }  // m ? a : b
   static V clear_where(Mask m, V a) { return _mm512_maskz_mov_pd(static_cast<Mask>(~m), a); }
 };
@@ -54,9 +52,7 @@ struct L12Vec {
   using Mask = __m256d;
   static constexpr int kWidth = 4;
 #if defined(__FMA__)
-  static constexpr bool kFma = true;
 #else
-  static constexpr bool kFma = false;
 #endif
   static V zero() { return _mm256_setzero_pd(); }
   static V set1(double x) { return _mm256_set1_pd(x); }
@@ -75,7 +71,6 @@ struct L12Vec {
 #endif
   static V abs(V a) { return _mm256_and_pd(a, _mm256_castsi256_pd(_mm256_set1_epi64x(kAbsMask))); }
   static Mask gt_signal(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_GT_OS); }
-  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm256_blendv_pd(b, a, m); }
   static V clear_where(Mask m, V a) { return _mm256_andnot_pd(m, a); }  // m ? 0 : a
 };
@@ -86,7 +81,6 @@ struct L12Vec {
   using V = __m128d;
   using Mask = __m128d;
   static constexpr int kWidth = 2;
-  static constexpr bool kFma = false;
   static V zero() { return _mm_setzero_pd(); }
   static V set1(double x) { return _mm_set1_pd(x); }
   static V load(const double* p) { return _mm_loadu_pd(p); }
@@ -101,12 +95,8 @@ struct L12Vec {
   // cmpltpd with the operands swapped: the ordered, signalling form.
   static Mask gt_signal(V a, V b) { return _mm_cmpgt_pd(a, b); }
 #if defined(__SSE4_1__)
-  static constexpr bool kBlend = true;
   static V select(Mask m, V a, V b) { return _mm_blendv_pd(b, a, m); }
 #else
-  // Three operations and a temporary: the pivot search keeps fewer
-  // running maxima here.
-  static constexpr bool kBlend = false;
   static V select(Mask m, V a, V b) { return _mm_or_pd(_mm_and_pd(m, a), _mm_andnot_pd(m, b)); }
 #endif
   static V clear_where(Mask m, V a) { return _mm_andnot_pd(m, a); }  // m ? 0 : a
