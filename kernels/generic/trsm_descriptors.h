@@ -28,26 +28,75 @@ inline TrsmFrame trsm_frame_of(const blas_op_params* op, const blas_matrix* a,
                          static_cast<double*>(b->base), b->ld);
 }
 
-// The four drivers; B is already multiplied by alpha.
-template <class R, tarn_xdgemm_fn* Gemm>
+// dtrxm_initialize_buffers: the dgemm_initialize_buffers of triangular
+// operations. The same records; the depth block is the diagonal block of
+// the solve, the A buffer holds its packed triangles (micro-panels of the
+// triangular operand's panel height, each followed by its mr by mr
+// triangle), the B buffer one column block of the right-hand sides.
+template <class D, class R>
+void dtrxm_initialize_buffers(blas_matrix* a, blas_matrix* b, blas_strategy* strategy,
+                              blas_buffers* bufs) {
+  dgemm_initialize_buffers<D>(a, b, strategy, bufs);
+  using P = TrsmPackedBlocks<R>;
+  const int rhs = b->cols;
+  bufs->kc = P::kb;
+  bufs->mc = static_cast<int32_t>((P::a_doubles() + P::kb - 1) / P::kb);
+  bufs->nc = P::nc(rhs);
+  blas_fill_pack_desc(&bufs->a_desc, bufs->kc, bufs->mc, R::mr);
+  bufs->a_desc.panel_stride = trsm_panel_doubles<R>(P::kb);
+  blas_fill_pack_desc(&bufs->b_desc, bufs->kc, bufs->nc, R::nr);
+  bufs->buffer_kind = kGemmBuffersBoth;
+}
+
+// The four drivers; B is already multiplied by alpha. Buffers come from the
+// caller (shared_buffers) or from dtrxm_initialize_buffers and get_bufs;
+// without them the blocked substitution runs, after a warning with the
+// operation's name.
+template <class D, class R, tarn_xdgemm_fn* Gemm>
+void trsm_descriptor_driver(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
+                            blas_buffers* shared_buffers, blas_kernel_info* info) {
+  const TrsmFrame f = trsm_frame_of(op, a, b);
+  if (f.order <= 0 || f.rhs <= 0) return;
+  blas_buffers own;
+  blas_buffers* bufs = shared_buffers;
+  if (bufs == nullptr) {
+    // The rows of op(B) on the left, its columns on the right, are what a
+    // column block of the frame cuts.
+    blas_matrix frame_b = *b;
+    frame_b.cols = f.rhs;
+    dtrxm_initialize_buffers<D, R>(a, &frame_b, &info->strategy, &own);
+    own.get_bufs(&own);
+    bufs = &own;
+  }
+  if (tarn_serv_check_ptr_and_warn(bufs->a_desc.pointer, info->name)) {
+    trsm_blocked_substitute<Gemm>(f);
+  } else {
+    trsm_packed_loops<R, Gemm>(f, bufs->a_desc.pointer, bufs->b_desc.pointer);
+  }
+  if (bufs == &own) own.free_bufs(&own);
+}
+
+template <class D, class R, tarn_xdgemm_fn* Gemm>
 void xdtrsm_left_upper_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
-                                      blas_matrix*, blas_buffers*, blas_kernel_info*) {
-  trsm_packed_driver<R, Gemm>(trsm_frame_of(op, a, b));
+                                      blas_matrix*, blas_buffers* shared, blas_kernel_info* info) {
+  trsm_descriptor_driver<D, R, Gemm>(op, a, b, shared, info);
 }
-template <class R, tarn_xdgemm_fn* Gemm>
+template <class D, class R, tarn_xdgemm_fn* Gemm>
 void xdtrsm_left_lower_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
-                                      blas_matrix*, blas_buffers*, blas_kernel_info*) {
-  trsm_packed_driver<R, Gemm>(trsm_frame_of(op, a, b));
+                                      blas_matrix*, blas_buffers* shared, blas_kernel_info* info) {
+  trsm_descriptor_driver<D, R, Gemm>(op, a, b, shared, info);
 }
-template <class R, tarn_xdgemm_fn* Gemm>
+template <class D, class R, tarn_xdgemm_fn* Gemm>
 void xdtrsm_right_upper_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
-                                       blas_matrix*, blas_buffers*, blas_kernel_info*) {
-  trsm_packed_driver<R, Gemm>(trsm_frame_of(op, a, b));
+                                       blas_matrix*, blas_buffers* shared,
+                                       blas_kernel_info* info) {
+  trsm_descriptor_driver<D, R, Gemm>(op, a, b, shared, info);
 }
-template <class R, tarn_xdgemm_fn* Gemm>
+template <class D, class R, tarn_xdgemm_fn* Gemm>
 void xdtrsm_right_lower_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
-                                       blas_matrix*, blas_buffers*, blas_kernel_info*) {
-  trsm_packed_driver<R, Gemm>(trsm_frame_of(op, a, b));
+                                       blas_matrix*, blas_buffers* shared,
+                                       blas_kernel_info* info) {
+  trsm_descriptor_driver<D, R, Gemm>(op, a, b, shared, info);
 }
 
 // The kernel information of a solve: the product's (name "DTRSM" from the
@@ -72,16 +121,16 @@ void dtrsm_initialize_kernel_info(const blas_op_params* op, blas_matrix* a, blas
     else
       scale = unit ? dtrsm_scale_left_unit<mr, true> : dtrsm_scale_left<mr, true>;
     tile = trsm_pick_tile<R>(!op_upper, unit, false);  // dtrsm_kernel_left_<uplo>
-    info->driver = op_upper ? xdtrsm_left_upper_fullacopybcopy<R, Gemm>
-                            : xdtrsm_left_lower_fullacopybcopy<R, Gemm>;
+    info->driver = op_upper ? xdtrsm_left_upper_fullacopybcopy<D, R, Gemm>
+                            : xdtrsm_left_lower_fullacopybcopy<D, R, Gemm>;
   } else {
     if (op_upper)
       scale = unit ? dtrsm_scale_right_unit<mr, true> : dtrsm_scale_right<mr, true>;
     else
       scale = unit ? dtrsm_scale_right_unit<mr, false> : dtrsm_scale_right<mr, false>;
     tile = trsm_pick_tile<R>(op_upper, unit, false);  // dtrsm_kernel_right_<uplo>
-    info->driver = op_upper ? xdtrsm_right_upper_fullacopybcopy<R, Gemm>
-                            : xdtrsm_right_lower_fullacopybcopy<R, Gemm>;
+    info->driver = op_upper ? xdtrsm_right_upper_fullacopybcopy<D, R, Gemm>
+                            : xdtrsm_right_lower_fullacopybcopy<D, R, Gemm>;
   }
   info->diag_scale = reinterpret_cast<void*>(scale);
   info->tri_kernel = reinterpret_cast<void*>(tile);

@@ -253,26 +253,29 @@ TrsmTileFn* trsm_pick_tile(bool frame_lower, bool unit, bool rf) {
   return trsm_tile_inverse<R>;
 }
 
-// The packed driver on a frame whose B is already multiplied by alpha.
+// Block sizes of the packed solve: the diagonal block (the product's depth
+// block at its high limit, a multiple of mr), the column block of B, and
+// the doubles of the two buffers.
+template <class R>
+struct TrsmPackedBlocks {
+  static constexpr int kb = R::kc_large;
+  static_assert(kb % R::mr == 0, "diagonal block not a whole number of micro-panels");
+  static int nc(int rhs) { return trsm_round_up(trsm_min(rhs, R::nc_max), R::nr); }
+  static size_t a_doubles() {
+    return static_cast<size_t>(kb / R::mr) * static_cast<size_t>(trsm_panel_doubles<R>(kb));
+  }
+  static size_t b_doubles(int rhs) { return static_cast<size_t>(kb) * nc(rhs); }
+};
+
+// The packed solve on a frame whose B is already multiplied by alpha, in
+// buffers of TrsmPackedBlocks' sizes: abuf for the packed triangles of one
+// diagonal block, bbuf for its rows of one column block of B.
 template <class R, tarn_xdgemm_fn* Gemm>
-void trsm_packed_driver(const TrsmFrame& f) {
-  constexpr int mr = R::mr, nr = R::nr, kb = R::kc_large;
+void trsm_packed_loops(const TrsmFrame& f, double* abuf, double* bbuf) {
+  constexpr int mr = R::mr, nr = R::nr, kb = TrsmPackedBlocks<R>::kb;
   const int s = f.order, n = f.rhs;
   if (s <= 0 || n <= 0) return;
-  const int nc = trsm_round_up(trsm_min(n, R::nc_max), nr);
-  const int panels = kb / mr;
-  const size_t a_doubles = static_cast<size_t>(panels) * trsm_panel_doubles<R>(kb);
-  const size_t b_doubles = static_cast<size_t>(kb) * nc;
-  const size_t bytes = (a_doubles + b_doubles) * sizeof(double) + kGemmBothBuffersSlack;
-  void* raw = tarn_blas_gemm_buffer_allocate(bytes, kGemmBufferAlignment);
-  if (tarn_serv_check_ptr_and_warn(raw, "DTRSM")) {
-    trsm_blocked_substitute<Gemm>(f);
-    return;
-  }
-  const uintptr_t bstart = gemm_up4k(reinterpret_cast<uintptr_t>(raw)) + kGemmBOffset;
-  double* bbuf = reinterpret_cast<double*>(bstart);
-  double* abuf =
-      reinterpret_cast<double*>(gemm_up4k(bstart + b_doubles * sizeof(double)) + kGemmAOffset);
+  const int nc = TrsmPackedBlocks<R>::nc(n);
   const int stride = trsm_panel_doubles<R>(kb);
   const ptrdiff_t rs = f.rs(), cs = f.cs();
 
@@ -326,6 +329,26 @@ void trsm_packed_driver(const TrsmFrame& f) {
     else
       trsm_update<Gemm>(f, 0, r0, r0, len);
   }
+}
+
+// The packed solve with buffers of its own, laid out as the product's (B a
+// page boundary plus 768 in, A a page past B's end plus 1664); without them
+// the blocked substitution.
+template <class R, tarn_xdgemm_fn* Gemm>
+void trsm_packed_driver(const TrsmFrame& f) {
+  if (f.order <= 0 || f.rhs <= 0) return;
+  const size_t b_bytes = TrsmPackedBlocks<R>::b_doubles(f.rhs) * sizeof(double);
+  const size_t bytes =
+      TrsmPackedBlocks<R>::a_doubles() * sizeof(double) + b_bytes + kGemmBothBuffersSlack;
+  void* raw = tarn_blas_gemm_buffer_allocate(bytes, kGemmBufferAlignment);
+  if (tarn_serv_check_ptr_and_warn(raw, "DTRSM")) {
+    trsm_blocked_substitute<Gemm>(f);
+    return;
+  }
+  const uintptr_t bstart = gemm_up4k(reinterpret_cast<uintptr_t>(raw)) + kGemmBOffset;
+  double* bbuf = reinterpret_cast<double*>(bstart);
+  double* abuf = reinterpret_cast<double*>(gemm_up4k(bstart + b_bytes) + kGemmAOffset);
+  trsm_packed_loops<R, Gemm>(f, abuf, bbuf);
   tarn_blas_gemm_buffer_deallocate(raw);
 }
 
