@@ -1,44 +1,8 @@
 // avx2: entries that return at once without doing anything, so that every
 // dispatching stub finds a function in this branch.
-// The legacy GEMM services of the kernel-table branches: this branch drives
-// its GEMM by descriptors and has none of them.
-#include "kernels/kernels.h"
+// The legacy GEMM services of the kernel-table branches and the ..._bdz
+// names: this branch drives its GEMM by descriptors and has none of them.
+#include "kernels/generic/empty_entries.h"
 
-extern "C" void tarn_blas_avx2_xdgemm_par(const char* /*transa*/, const char* /*transb*/,
-                                          const int* /*m*/, const int* /*n*/, const int* /*k*/,
-                                          const double* /*alpha*/, const double* /*a*/,
-                                          const int* /*lda*/, const double* /*b*/,
-                                          const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
-                                          const int* /*ldc*/, void* /*desc*/) {
-  return;
-}
-
-extern "C" void tarn_blas_avx2_dgemm_zero_desc(void* /*desc*/) { return; }
-
-extern "C" void tarn_blas_avx2_dgemm_get_optimal_kernel(const int* /*m*/, const int* /*n*/,
-                                                        const int* /*k*/, void* /*desc*/) {
-  return;
-}
-
-extern "C" void tarn_blas_avx2_dgemm_set_blks_size(const int* /*mc*/, const int* /*nc*/,
-                                                   const int* /*kc*/, void* /*desc*/) {
-  return;
-}
-
-extern "C" int tarn_blas_avx2_dgemm_get_bufs_size(const int* /*m*/, const int* /*n*/,
-                                                  const int* /*k*/, void* /*desc*/) {
-  return 0;
-}
-
-// Named only so that the branch's set of entries is complete; nothing
-// calls them.
-extern "C" void tarn_blas_avx2_dgemm_get_kernel(void) {}
-extern "C" void tarn_blas_avx2_dgemm_get_kernel_version(void) {}
-extern "C" void tarn_blas_avx2_dgemm_num_kernels(void) {}
-extern "C" void tarn_blas_avx2_dgemm_get_blks_size(void) {}
-extern "C" void tarn_blas_avx2_dgemm_blk_info_bdz(void) {}
-extern "C" void tarn_blas_avx2_dgemm_blk_info_hi_thr_bdz(void) {}
-extern "C" void tarn_blas_avx2_dgemm_getbufs_bdz(void) {}
-extern "C" void tarn_blas_avx2_dgemm_kernel_0_bdz(void) {}
-extern "C" void tarn_blas_avx2_xdgemm_bdz(void) {}
-extern "C" void tarn_blas_avx2_xdgemm_hi_thr_bdz(void) {}
+TARN_EMPTY_LEGACY_GEMM_SERVICES(avx2)
+TARN_EMPTY_BDZ_SERVICES(avx2)

@@ -1,15 +1,6 @@
 // sse2: generations of the interfaces this branch's kernels speak.
-#include "kernels/kernels.h"
+// One fixed GEMM routine and no service entries of its own: it answers as
+// the kernel-table branches do, so callers take the first-generation drivers.
+#include "kernels/generic/api_version.h"
 
-namespace {
-
-constexpr int kDgemmApiSupport = 1;      // GEMM service interface
-constexpr int kKernelApiVersion = 1;     // kernel set: decides the threaded drivers
-constexpr int kSubKernelApiVersion = 1;  // the two sub-interfaces, the same everywhere
-
-}  // namespace
-
-extern "C" int tarn_blas_sse2_dgemm_api_support(void) { return kDgemmApiSupport; }
-extern "C" int tarn_blas_sse2_get_kernel_api_version(void) { return kKernelApiVersion; }
-extern "C" int tarn_blas_sse2_get_ikernel_api_version(void) { return kSubKernelApiVersion; }
-extern "C" int tarn_blas_sse2_get_bkernel_api_version(void) { return kSubKernelApiVersion; }
+TARN_API_VERSIONS(sse2, kDgemmApiKernelTable, kKernelApiFirst)

@@ -1,15 +1,6 @@
 // sse42: generations of the interfaces this branch's kernels speak.
-#include "kernels/kernels.h"
+// GEMM driven by a kernel table: the first generation of the services and
+// of the threaded drivers.
+#include "kernels/generic/api_version.h"
 
-namespace {
-
-constexpr int kDgemmApiSupport = 1;      // GEMM service interface
-constexpr int kKernelApiVersion = 1;     // kernel set: decides the threaded drivers
-constexpr int kSubKernelApiVersion = 1;  // the two sub-interfaces, the same everywhere
-
-}  // namespace
-
-extern "C" int tarn_blas_sse42_dgemm_api_support(void) { return kDgemmApiSupport; }
-extern "C" int tarn_blas_sse42_get_kernel_api_version(void) { return kKernelApiVersion; }
-extern "C" int tarn_blas_sse42_get_ikernel_api_version(void) { return kSubKernelApiVersion; }
-extern "C" int tarn_blas_sse42_get_bkernel_api_version(void) { return kSubKernelApiVersion; }
+TARN_API_VERSIONS(sse42, kDgemmApiKernelTable, kKernelApiFirst)

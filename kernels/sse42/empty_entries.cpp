@@ -2,48 +2,7 @@
 // dispatching stub finds a function in this branch.
 // The descriptor-generation GEMM services and the ..._bdz names: this branch
 // drives its GEMM by a kernel table and has none of them.
-#include "kernels/kernels.h"
+#include "kernels/generic/empty_entries.h"
 
-extern "C" void tarn_blas_sse42_dgemm_map_thread_to_kernel(const gemm_thread_opts* /*opts*/,
-                                                           blas_strategy* /*strategy*/) {
-  return;
-}
-
-extern "C" void tarn_blas_sse42_xdgemm_internal(
-    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
-    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
-    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
-    const int* /*ldc*/, const blas_strategy* /*strategy*/) {
-  return;
-}
-
-extern "C" int tarn_blas_sse42_xdgemm_internal_team(
-    const char* /*transa*/, const char* /*transb*/, const int* /*m*/, const int* /*n*/,
-    const int* /*k*/, const double* /*alpha*/, const double* /*a*/, const int* /*lda*/,
-    const double* /*b*/, const int* /*ldb*/, const double* /*beta*/, double* /*c*/,
-    const int* /*ldc*/, void* /*team*/, const int* /*ithr*/, const int* /*mode*/) {
-  return -1;  // not done: the caller keeps to its path without shared packing
-}
-
-extern "C" void tarn_blas_sse42_dgemm_initialize_kernel_info(const blas_op_params* /*op*/,
-                                                             blas_matrix* /*a*/, blas_matrix* /*b*/,
-                                                             blas_matrix* /*c*/,
-                                                             blas_strategy* /*strategy*/,
-                                                             blas_kernel_info* /*info*/) {
-  return;
-}
-
-extern "C" void tarn_blas_sse42_dgemm_initialize_buffers(blas_matrix* /*a*/, blas_matrix* /*b*/,
-                                                         blas_strategy* /*strategy*/,
-                                                         blas_buffers* /*bufs*/) {
-  return;
-}
-
-// Named only so that the branch's set of entries is complete; nothing
-// calls them.
-extern "C" void tarn_blas_sse42_dgemm_blk_info_bdz(void) {}
-extern "C" void tarn_blas_sse42_dgemm_blk_info_hi_thr_bdz(void) {}
-extern "C" void tarn_blas_sse42_dgemm_getbufs_bdz(void) {}
-extern "C" void tarn_blas_sse42_dgemm_kernel_0_bdz(void) {}
-extern "C" void tarn_blas_sse42_xdgemm_bdz(void) {}
-extern "C" void tarn_blas_sse42_xdgemm_hi_thr_bdz(void) {}
+TARN_EMPTY_NEW_GEMM_SERVICES(sse42)
+TARN_EMPTY_BDZ_SERVICES(sse42)
