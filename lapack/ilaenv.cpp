@@ -107,17 +107,17 @@ extern "C" int tarn_lapack_ilaenv(const int* ispec, const char* name, const char
                                   const int* /*n4*/) {
   if (name_starts_with(name, "CPU")) return tarn_serv_cpu_detect();
 
-  const int spec = *ispec;
+  const int question = *ispec;
   const int size1 = *n1;
   const int size2 = *n2;
   if (size1 <= kSmallProblem && size2 <= kSmallProblem) {
-    const int answer = small_problem_answer(spec, size2);
+    const int answer = small_problem_answer(question, size2);
     if (answer != kUnknownSpec) return answer;
   }
 
   if (name_is(name, "DGETRF")) {
     namespace tuning = tarn_lapack_tuning;
-    switch (spec) {
+    switch (question) {
       case kSpecBlock: {
         // "S": the caller is the sequential recursive LU.
         const bool sequential = opts != nullptr && upper(*opts) == 'S';
@@ -129,5 +129,5 @@ extern "C" int tarn_lapack_ilaenv(const int* ispec, const char* name, const char
       default: break;
     }
   }
-  return default_answer(spec, size1, size2);
+  return default_answer(question, size1, size2);
 }
