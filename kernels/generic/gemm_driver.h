@@ -8,8 +8,9 @@
 //   mc_max, nc_max      row block of A and column block of B
 //   nc_max_small_k, small_k   narrower B block when K is below small_k
 //   pst_m_limit, pst_n_limit  below these the thin path is taken
-//   kernel(kc, a, b, c, ldc)    C(mr x nr) += Apanel * Bpanel
-//   kernel_b0(kc, a, b, c, ldc) C(mr x nr)  = Apanel * Bpanel, C not read
+//   kernel(kc, a, b, c, ldc, pf)    C(mr x nr) += Apanel * Bpanel
+//   kernel_b0(kc, a, b, c, ldc, pf) C(mr x nr)  = Apanel * Bpanel, C not read
+//                       (pf: what to prefetch meanwhile, see GemmPrefetch)
 //
 // and everything else (beta pre-scaling, alpha through the packed A, the
 // loops, the pack buffers, edge tiles, the thin path and the fallback when
