@@ -24,7 +24,8 @@ struct AvxVector {
 struct AvxSizes {
   static constexpr int kc_min = 128, kc_low = 256, kc_high = 512, kc_large = 256;
   static constexpr int mc_max = 4992, nc_max = 192, nc_max_small_k = 24, small_k = 48;
-  static constexpr int pst_m_limit = 4, pst_n_limit = 4;
+  // Smallest M, N, K of the blocked path (first words of the kernel table).
+  static constexpr int pst_m_limit = 4, pst_n_limit = 4, pst_k_limit = 4;
 };
 
 using AvxGemm = GemmVectorTileRecord<AvxVector, 6, AvxSizes>;

@@ -7,7 +7,10 @@
 //                       of K (rounded up) below kc_high, else kc_large
 //   mc_max, nc_max      row block of A and column block of B
 //   nc_max_small_k, small_k   narrower B block when K is below small_k
-//   pst_m_limit, pst_n_limit  below these the thin path is taken
+//   pst_m_limit, pst_n_limit  below these the thin path is taken: M for
+//                       'T','N' and N for the other pairs; a record that
+//                       also has pst_k_limit (the kernel-table branches)
+//                       takes it when M, N or K is below its limit
 //   kernel(kc, a, b, c, ldc, pf)    C(mr x nr) += Apanel * Bpanel
 //   kernel_b0(kc, a, b, c, ldc, pf) C(mr x nr)  = Apanel * Bpanel, C not read
 //                       (pf: what to prefetch meanwhile, see GemmPrefetch)
@@ -343,7 +346,12 @@ void gemm_packed_path(int loop_order, bool ta, bool tb, int m, int n, int k, dou
     gemm_scale_c(m, n, beta, c, ldc);
     return;
   }
-  if ((ta && !tb) ? m < R::pst_m_limit : n < R::pst_n_limit) {
+  bool thin;
+  if constexpr (requires { R::pst_k_limit; })
+    thin = m < R::pst_m_limit || n < R::pst_n_limit || k < R::pst_k_limit;
+  else
+    thin = (ta && !tb) ? m < R::pst_m_limit : n < R::pst_n_limit;
+  if (thin) {
     gemm_thin(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
     return;
   }
