@@ -57,7 +57,7 @@ void gemm_nocopy_block_product(bool ta, bool tb, int mb, int nb, int kb, double 
       gemm_pack_a_panel<R::mr>(ta, rows, kb, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
                                aslab);
       gemm_panel_times_block<R>(rows, ncur, kb, aslab, bcopy, c + ir + (ptrdiff_t)jc * ldc, ldc,
-                                b0, nullptr);
+                                b0, nullptr, ir + R::mr < mb);
     }
   }
 }
