@@ -17,6 +17,11 @@
 //   nocopy_max_k       the largest K block of its limits
 //   nocopy_max_cols    the widest B block copied at once (a multiple of nr)
 //
+// The two stack areas take at most about 330 KiB (avx512; 250 KiB on avx2),
+// well inside the 2 MiB a worker has by default. Narrower B copies (a third
+// as wide) would use less, but measured slower on avx2 (m=60, n=4000,
+// k=128: 23 to 41 % of peak against 46 to 47 %).
+//
 // Branch-generic: included by the kernel files of each branch and compiled
 // with that branch's instruction set, hence the anonymous namespace.
 #pragma once
