@@ -50,8 +50,8 @@ struct Avx2GemmDesc {
   using Packed = Avx2Gemm;
   using Nocopy = Avx2GemmNocopy;
   static constexpr int align_hint = 4;
-  // K, M, N limits of the packing-free driver by transposition: (a, b, c) as
-  // told there.
+  // K, M, N limits of the packing-free driver by transposition, (a, b, c)
+  // as in gemm_nocopy.h.
   static GemmNocopyLimits nocopy_limits(bool ta, bool tb) {
     constexpr GemmNocopyLimit kM = {8064, 4032, 6048};
     constexpr GemmNocopyLimits kNN = {{192, 96, 96}, kM, {192, 96, 144}};

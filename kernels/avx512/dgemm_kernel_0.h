@@ -97,7 +97,7 @@ struct Avx512GemmDesc {
   using Packed = Avx512Gemm;
   using Nocopy = Avx512GemmNocopy;
   static constexpr int align_hint = 8;
-  // K, M, N limits of the packing-free driver: (a, b, c) as told there.
+  // K, M, N limits of the packing-free driver, (a, b, c) as in gemm_nocopy.h.
   static GemmNocopyLimits nocopy_limits(bool ta, bool /*tb*/) {
     constexpr GemmNocopyLimits kAN = {{768, 384, 384}, {8064, 4032, 6048}, {128, 64, 96}};
     constexpr GemmNocopyLimits kAT = {{384, 192, 192}, {8064, 4032, 6048}, {768, 384, 576}};
