@@ -1,8 +1,4 @@
 // avx: x <-> y.
-#include "kernels/kernels.h"
 #include "kernels/generic/l1_xdswap.h"
 
-extern "C" void tarn_blas_avx_xdswap(const int* n, double* x, const int* incx, double* y,
-                                       const int* incy) {
-  l1_xdswap(*n, x, *incx, y, *incy);
-}
+TARN_XDSWAP_ENTRY(avx)

@@ -1,8 +1,4 @@
 // avx2: x := alpha*x.
-#include "kernels/kernels.h"
 #include "kernels/generic/l1_xdscal.h"
 
-extern "C" void tarn_blas_avx2_xdscal(const int* n, const double* alpha, double* x,
-                                       const int* incx) {
-  l1_xdscal(*n, *alpha, x, *incx);
-}
+TARN_XDSCAL_ENTRY(avx2)

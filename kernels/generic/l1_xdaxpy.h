@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kernels/generic/l1_stream.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -26,3 +27,10 @@ inline void l1_xdaxpy(int n, double alpha, const double* x, int incx, double* y,
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xdaxpy.cpp.
+#define TARN_XDAXPY_ENTRY(br)                                                                 \
+  extern "C" void tarn_blas_##br##_xdaxpy(const int* n, const double* alpha, const double* x, \
+                                          const int* incx, double* y, const int* incy) {      \
+    l1_xdaxpy(*n, *alpha, x, *incx, y, *incy);                                                \
+  }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kernels/generic/l1_stream.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -22,3 +23,10 @@ inline void l1_xdcopy(int n, const double* x, int incx, double* y, int incy) {
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xdcopy.cpp.
+#define TARN_XDCOPY_ENTRY(br)                                                             \
+  extern "C" void tarn_blas_##br##_xdcopy(const int* n, const double* x, const int* incx, \
+                                          double* y, const int* incy) {                   \
+    l1_xdcopy(*n, x, *incx, y, *incy);                                                    \
+  }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernels/generic/l1_vector.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -50,3 +51,10 @@ inline double l1_xddot(int n, const double* x, int incx, const double* y, int in
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xddot.cpp.
+#define TARN_XDDOT_ENTRY(br)                                                               \
+  extern "C" double tarn_blas_##br##_xddot(const int* n, const double* x, const int* incx, \
+                                           const double* y, const int* incy) {             \
+    return l1_xddot(*n, x, *incx, y, *incy);                                               \
+  }

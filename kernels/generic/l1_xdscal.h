@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kernels/generic/l1_stream.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -34,3 +35,10 @@ inline void l1_xdscal(int n, double alpha, double* x, int incx) {
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xdscal.cpp.
+#define TARN_XDSCAL_ENTRY(br)                                                           \
+  extern "C" void tarn_blas_##br##_xdscal(const int* n, const double* alpha, double* x, \
+                                          const int* incx) {                            \
+    l1_xdscal(*n, *alpha, x, *incx);                                                    \
+  }

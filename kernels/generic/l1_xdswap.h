@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kernels/generic/l1_stream.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -34,3 +35,10 @@ inline void l1_xdswap(int n, double* x, int incx, double* y, int incy) {
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xdswap.cpp.
+#define TARN_XDSWAP_ENTRY(br)                                                                  \
+  extern "C" void tarn_blas_##br##_xdswap(const int* n, double* x, const int* incx, double* y, \
+                                          const int* incy) {                                   \
+    l1_xdswap(*n, x, *incx, y, *incy);                                                         \
+  }

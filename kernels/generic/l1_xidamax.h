@@ -14,6 +14,8 @@
 #include <immintrin.h>
 
 #include "kernels/generic/l1_vector.h"
+#include "kernels/kernels.h"
+#include "kernels/generic/l1_entries.h"
 
 namespace {
 
@@ -254,3 +256,23 @@ inline int l1_dfind_idx(int n, const double* x, int incx, double value) {
 #endif
 
 }  // namespace
+
+// The entries of a branch. xidamax: the search and its NaN rule in one
+// (kernels/<br>/xidamax.cpp of sse2 to sse42).
+#define TARN_XIDAMAX_ENTRY(br)                                                              \
+  extern "C" int tarn_blas_##br##_xidamax(const int* n, const double* x, const int* incx) { \
+    return l1_xidamax(*n, x, *incx);                                                        \
+  }
+
+// avx and avx2: the search proper is the entry xidamax_nonan, and xidamax
+// wraps it in the NaN rule (a NaN only shows in the Invalid flag it raises).
+#define TARN_XIDAMAX_NONAN_ENTRY(br)                                                              \
+  extern "C" int tarn_blas_##br##_xidamax_nonan(const int* n, const double* x, const int* incx) { \
+    return l1_iamax_nonan(*n, x, *incx);                                                          \
+  }
+#define TARN_XIDAMAX_OVER_NONAN_ENTRY(br)                                                   \
+  extern "C" int tarn_blas_##br##_xidamax(const int* n, const double* x, const int* incx) { \
+    return l1_xidamax_nan_rule(*n, x, *incx, [](int nn, const double* xx, int inc) {        \
+      return tarn_blas_##br##_xidamax_nonan(&nn, xx, &inc);                                 \
+    });                                                                                     \
+  }

@@ -1,8 +1,4 @@
 // sse42: the dot product x'y.
-#include "kernels/kernels.h"
 #include "kernels/generic/l1_xddot.h"
 
-extern "C" double tarn_blas_sse42_xddot(const int* n, const double* x, const int* incx,
-                                        const double* y, const int* incy) {
-  return l1_xddot(*n, x, *incx, y, *incy);
-}
+TARN_XDDOT_ENTRY(sse42)
