@@ -6,6 +6,8 @@
 #include "blas/blas.h"
 #include "kernels/generic/l1_xddot.h"
 #include "kernels/generic/l2_rows.h"
+#include "kernels/kernels.h"
+#include "kernels/generic/l2_entries.h"
 
 namespace {
 
@@ -115,3 +117,37 @@ inline void l2_xdtrsv(char uplo, char trans, char diag, int n, const double* a, 
 }
 
 }  // namespace
+
+// The entries of a branch. The eight leaves dtrsv_<uplo><trans><diag>
+// (kernels/<br>/dtrsv_leaves.cpp), for the diagonal blocks of xdtrsv and
+// whole solves up to their order.
+#define TARN_DTRSV_LEAF(br, name, lower, trans, unit)                                          \
+  extern "C" void tarn_blas_##br##_dtrsv_##name(const int* n, const double* a, const int* lda, \
+                                                double* x, const int* incx) {                  \
+    l2_dtrsv_leaf<lower, trans, unit>(*n, a, *lda, x, *incx);                                  \
+  }
+#define TARN_DTRSV_LEAVES(br)                   \
+  TARN_DTRSV_LEAF(br, utu, false, true, true)   \
+  TARN_DTRSV_LEAF(br, utn, false, true, false)  \
+  TARN_DTRSV_LEAF(br, unu, false, false, true)  \
+  TARN_DTRSV_LEAF(br, unn, false, false, false) \
+  TARN_DTRSV_LEAF(br, ltu, true, true, true)    \
+  TARN_DTRSV_LEAF(br, ltn, true, true, false)   \
+  TARN_DTRSV_LEAF(br, lnu, true, false, true)   \
+  TARN_DTRSV_LEAF(br, lnn, true, false, false)
+
+// xdtrsv (kernels/<br>/xdtrsv.cpp): op(A)*x = b for a triangular A, blocked
+// over the branch's leaves.
+#define TARN_XDTRSV_ENTRY(br)                                                                    \
+  namespace {                                                                                    \
+  const L2DtrsvLeaves kLeaves = {{tarn_blas_##br##_dtrsv_utu, tarn_blas_##br##_dtrsv_utn,        \
+                                  tarn_blas_##br##_dtrsv_unu, tarn_blas_##br##_dtrsv_unn,        \
+                                  tarn_blas_##br##_dtrsv_ltu, tarn_blas_##br##_dtrsv_ltn,        \
+                                  tarn_blas_##br##_dtrsv_lnu, tarn_blas_##br##_dtrsv_lnn}};      \
+  }                                                                                              \
+  extern "C" void tarn_blas_##br##_xdtrsv(const char* uplo, const char* trans, const char* diag, \
+                                          const int* n, const double* a, const int* lda,         \
+                                          double* x, const int* incx) {                          \
+    l2_xdtrsv(l12_upper(uplo), l12_upper(trans), l12_upper(diag), *n, a, *lda, x, *incx,         \
+              kLeaves);                                                                          \
+  }

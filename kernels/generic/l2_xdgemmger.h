@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernels/generic/l2_rows.h"
+#include "kernels/kernels.h"
 
 namespace {
 
@@ -58,3 +59,14 @@ inline void l2_xdgemmger(int m, int n, double alpha, const double* x, int incx, 
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/xdgemmger.cpp. The transposition
+// characters only tell where x and y came from; their strides say how to
+// walk them.
+#define TARN_XDGEMMGER_ENTRY(br)                                                               \
+  extern "C" void tarn_blas_##br##_xdgemmger(                                                  \
+      const char* /*transa*/, const char* /*transb*/, const int* m, const int* n,              \
+      const double* alpha, const double* x, const int* incx, const double* y, const int* incy, \
+      const double* beta, double* c, const int* ldc) {                                         \
+    l2_xdgemmger(*m, *n, *alpha, x, *incx, y, *incy, *beta, c, *ldc);                          \
+  }

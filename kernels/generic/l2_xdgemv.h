@@ -23,6 +23,9 @@
 #include "kernels/generic/l1_stream.h"
 #include "kernels/generic/l1_xddot.h"
 #include "kernels/generic/l1_xdscal.h"
+#include "kernels/kernels.h"
+#include "kernels/generic/l2_entries.h"
+#include "service/cpu.h"
 
 namespace {
 
@@ -224,3 +227,30 @@ inline void l2_xdgemv(char trans, int m, int n, double alpha, const double* a, i
 }
 
 }  // namespace
+
+// The entries of a branch. xdgemv (kernels/<br>/xdgemv.cpp): a
+// reproducibility mode other than off goes to the fixed-order form;
+// otherwise the 'T' sums start on a vector boundary of A, wherever that lies.
+#define TARN_XDGEMV_ENTRY(br)                                                                   \
+  extern "C" void tarn_blas_##br##_xdgemv(const char* trans, const int* m, const int* n,        \
+                                          const double* alpha, const double* a, const int* lda, \
+                                          const double* x, const int* incx, const double* beta, \
+                                          double* y, const int* incy, const int* mode) {        \
+    if (*m < 1 || *n < 1) return;                                                               \
+    if (tarn_serv_cbwr_get(1) != TARN_CBWR_OFF) {                                               \
+      tarn_blas_##br##_xdgemv_cnr(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, mode);    \
+      return;                                                                                   \
+    }                                                                                           \
+    l2_xdgemv<false>(l12_upper(trans), *m, *n, *alpha, a, *lda, x, *incx, *beta, y, *incy);     \
+  }
+
+// xdgemv_cnr (kernels/<br>/xdgemv_cnr.cpp): one order of summation fixed by
+// the shape alone, the same bits for copies of the same data at any address.
+#define TARN_XDGEMV_CNR_ENTRY(br)                                                               \
+  extern "C" void tarn_blas_##br##_xdgemv_cnr(const char* trans, const int* m, const int* n,    \
+                                              const double* alpha, const double* a,             \
+                                              const int* lda, const double* x, const int* incx, \
+                                              const double* beta, double* y, const int* incy,   \
+                                              const int* /*mode*/) {                            \
+    l2_xdgemv<true>(l12_upper(trans), *m, *n, *alpha, a, *lda, x, *incx, *beta, y, *incy);      \
+  }
