@@ -162,7 +162,8 @@ TEST_P(GemmBranch, LeadingDimensionsLargerThanRows) {
 
 TEST_P(GemmBranch, BetaZeroNeverReadsC) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  for (Shape s : {Shape{41, 37, 19}, Shape{3, 2, 5}, Shape{40, 1, 300}, Shape{5, 30, 7}})
+  for (Shape s : {Shape{41, 37, 19}, Shape{3, 2, 5}, Shape{40, 1, 300}, Shape{5, 30, 7},
+                  Shape{250, 230, 9}, Shape{7, 6, 0}})
     for (char ta : kTrans)
       for (char tb : kTrans) {
         Problem p(ta, tb, s, 1.25, 0.0, 3, 11);
