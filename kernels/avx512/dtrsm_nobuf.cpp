@@ -1,13 +1,4 @@
-// avx512: dtrsm_nobuf, the unpacked solve of a B already multiplied by alpha,
-// taken when a solve's buffer cannot be had.
-#include <immintrin.h>
-
+// avx512: dtrsm_nobuf, the unpacked solve of a B already multiplied by alpha.
 #include "kernels/generic/trsm_frame.h"
-#include "kernels/trsm_desc.h"
 
-extern "C" void tarn_blas_avx512_dtrsm_nobuf(const char* side, const char* uplo, const char* transa,
-                                             const char* diag, const int* m, const int* n, const double* a,
-                                             const int* lda, double* b, const int* ldb) {
-  dtrsm_nobuf_impl<tarn_blas_avx512_xdgemm>(side, uplo, transa, diag, m, n, a, lda, b, ldb);
-  _mm256_zeroupper();
-}
+TARN_DTRSM_NOBUF_ENTRY(avx512)

@@ -15,6 +15,7 @@
 #include "kernels/generic/trsm_frame.h"
 #include "kernels/gemm_desc.h"
 #include "service/messages.h"
+#include "kernels/trsm_desc.h"
 
 namespace {
 
@@ -339,3 +340,16 @@ void xdtrsm_v1_impl(const char* side, const char* uplo, const char* transa, cons
 }
 
 }  // namespace
+
+// The entry of avx2 and avx512, kernels/<br>/xdtrsm_v1.cpp: the narrow solve
+// with its own buffer, recursive halving with the branch's DGEMM between the
+// halves, leaves packed in 4 by 4 units and solved by the a4 kernels.
+#define TARN_XDTRSM_V1_ENTRY(br)                                                              \
+  extern "C" void tarn_blas_##br##_xdtrsm_v1(                                                 \
+      const char* side, const char* uplo, const char* transa, const char* diag, const int* m, \
+      const int* n, const double* alpha, const double* a, const int* lda, double* b,          \
+      const int* ldb) {                                                                       \
+    xdtrsm_v1_impl<tarn_blas_##br##_xdgemm, tarn_blas_##br##_dgemm_mscale>(                   \
+        side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);                               \
+    trsm_leave_wide_registers();                                                              \
+  }

@@ -20,8 +20,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <immintrin.h>
 
 #include "kernels/kernels.h"
+#include "kernels/trsm_desc.h"
 
 namespace {
 
@@ -247,3 +249,47 @@ void dtrsm_nobuf_impl(const char* side, const char* uplo, const char* transa, co
 }
 
 }  // namespace
+
+namespace {
+
+// The branches with 256-bit registers clear their upper halves before an
+// entry returns, so that the caller's SSE code pays no transition.
+inline void trsm_leave_wide_registers() {
+#if defined(__AVX__)
+  _mm256_zeroupper();
+#endif
+}
+
+}  // namespace
+
+// The entries of a branch. dtrsm_pst (kernels/<br>/dtrsm_pst.cpp): the solve
+// with no packing and true division (the path of a diagonal that holds a
+// denormal), on the branch's DGEMM.
+#define TARN_DTRSM_PST_ENTRY(br)                                                              \
+  extern "C" void tarn_blas_##br##_dtrsm_pst(                                                 \
+      const char* side, const char* uplo, const char* transa, const char* diag, const int* m, \
+      const int* n, const double* alpha, const double* a, const int* lda, double* b,          \
+      const int* ldb) {                                                                       \
+    dtrsm_pst_impl<tarn_blas_##br##_xdgemm>(                                                  \
+        side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);                               \
+    trsm_leave_wide_registers();                                                              \
+  }
+
+// dtrsm_nobuf (kernels/<br>/dtrsm_nobuf.cpp): the unpacked solve of a B
+// already multiplied by alpha, taken when a solve's buffer cannot be had.
+#define TARN_DTRSM_NOBUF_ENTRY(br)                                                                 \
+  extern "C" void tarn_blas_##br##_dtrsm_nobuf(const char* side, const char* uplo,                 \
+                                               const char* transa, const char* diag, const int* m, \
+                                               const int* n, const double* a, const int* lda,      \
+                                               double* b, const int* ldb) {                        \
+    dtrsm_nobuf_impl<tarn_blas_##br##_xdgemm>(side, uplo, transa, diag, m, n, a, lda, b, ldb);     \
+    trsm_leave_wide_registers();                                                                   \
+  }
+
+// dtrsm_has_denormal (kernels/<br>/dtrsm_has_denormal.cpp, sse2 to avx): the
+// diagonal test that sends a solve to the dividing path.
+#define TARN_DTRSM_HAS_DENORMAL_ENTRY(br)                                               \
+  extern "C" int tarn_blas_##br##_dtrsm_has_denormal(const int* count, const double* a, \
+                                                     const int* stride) {               \
+    return dtrsm_has_denormal_impl(*count, a, *stride);                                 \
+  }

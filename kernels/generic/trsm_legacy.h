@@ -249,3 +249,17 @@ void xdtrsm_legacy_impl(const char* side, const char* uplo, const char* transa, 
 }
 
 }  // namespace
+
+// The entry of a branch of sse2 to avx, kernels/<br>/xdtrsm.cpp: recursive
+// left solves and blocked right solves on the branch's DGEMM, reciprocals in
+// place of division unless the diagonal holds a denormal.
+#define TARN_XDTRSM_LEGACY_ENTRY(br)                                                          \
+  extern "C" void tarn_blas_##br##_xdtrsm(                                                    \
+      const char* side, const char* uplo, const char* transa, const char* diag, const int* m, \
+      const int* n, const double* alpha, const double* a, const int* lda, double* b,          \
+      const int* ldb) {                                                                       \
+    xdtrsm_legacy_impl<tarn_blas_##br##_xdgemm, tarn_blas_##br##_dtrsm_pst,                   \
+                       tarn_blas_##br##_dtrsm_has_denormal>(side, uplo, transa, diag, m, n,   \
+                                                            alpha, a, lda, b, ldb);           \
+    trsm_leave_wide_registers();                                                              \
+  }

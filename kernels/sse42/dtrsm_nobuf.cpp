@@ -1,10 +1,4 @@
-// sse42: dtrsm_nobuf, the unpacked solve of a B already multiplied by alpha,
-// taken when a solve's buffer cannot be had.
+// sse42: dtrsm_nobuf, the unpacked solve of a B already multiplied by alpha.
 #include "kernels/generic/trsm_frame.h"
-#include "kernels/trsm_desc.h"
 
-extern "C" void tarn_blas_sse42_dtrsm_nobuf(const char* side, const char* uplo, const char* transa,
-                                            const char* diag, const int* m, const int* n, const double* a,
-                                            const int* lda, double* b, const int* ldb) {
-  dtrsm_nobuf_impl<tarn_blas_sse42_xdgemm>(side, uplo, transa, diag, m, n, a, lda, b, ldb);
-}
+TARN_DTRSM_NOBUF_ENTRY(sse42)
