@@ -32,6 +32,7 @@
 #include <cstddef>
 
 #include "lapack/lapack.h"
+#include "lapack/ps_small.h"
 
 namespace {
 
@@ -244,3 +245,11 @@ inline void ps_dgetrf_small(int m, int n, double* a, int lda, int* ipiv, int* in
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/ps_dgetrf_small.cpp: the steps above,
+// compiled with the branch's instruction set.
+#define TARN_PS_DGETRF_SMALL_ENTRY(br)                                                       \
+  extern "C" void tarn_lapack_ps_##br##_dgetrf_small(const int* m, const int* n, double* a,  \
+                                                     const int* lda, int* ipiv, int* info) { \
+    ps_dgetrf_small(*m, *n, a, *lda, ipiv, info);                                            \
+  }

@@ -23,6 +23,7 @@
 #include <cstddef>
 
 #include "lapack/lapack.h"
+#include "lapack/ps_small.h"
 
 namespace {
 
@@ -133,3 +134,12 @@ inline void ps_dgetrs_small(char trans, int n, int nrhs, const double* a, int ld
 }
 
 }  // namespace
+
+// The entry of a branch, kernels/<br>/ps_dgetrs_small.cpp: the steps above,
+// compiled with the branch's instruction set.
+#define TARN_PS_DGETRS_SMALL_ENTRY(br)                                                   \
+  extern "C" void tarn_lapack_ps_##br##_dgetrs_small(                                    \
+      const char* trans, const int* n, const int* nrhs, const double* a, const int* lda, \
+      const int* ipiv, double* b, const int* ldb, int* info, const int*) {               \
+    ps_dgetrs_small(*trans, *n, *nrhs, a, *lda, ipiv, b, *ldb, info);                    \
+  }

@@ -1,10 +1,4 @@
 // ssse3: the small-matrix LU.
-// The branch-generic steps, compiled with this branch's instruction set.
 #include "kernels/generic/ps_dgetrf_small.h"
 
-#include "lapack/ps_small.h"
-
-extern "C" void tarn_lapack_ps_ssse3_dgetrf_small(const int* m, const int* n, double* a,
-                                                  const int* lda, int* ipiv, int* info) {
-  ps_dgetrf_small(*m, *n, a, *lda, ipiv, info);
-}
+TARN_PS_DGETRF_SMALL_ENTRY(ssse3)
