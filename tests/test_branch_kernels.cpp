@@ -19,10 +19,12 @@
 #include "kernels/generic/xdtrsm.h"
 #include "kernels/kernels.h"
 #include "service/cpu.h"
+#include "tests/kernel_sets.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+using namespace kernel_sets;
 using testsupport::Matrix;
 using testsupport::Random;
 
@@ -53,16 +55,6 @@ struct Branch {
   int expected_api_support;
   int expected_kernel_api;
 };
-
-bool always() { return true; }
-bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
-bool has_sse42() { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }
-bool has_avx() { return __builtin_cpu_supports("avx"); }
-bool has_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
-bool has_avx512() {
-  return has_avx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-}
 
 #define TARN_TEST_BRANCH(br, runs, support, version)                                        \
   Branch {                                                                                  \
@@ -145,21 +137,12 @@ const Branch kBranches[] = {
     TARN_TEST_BRANCH(avx512, has_avx512, 4, 2), kGeneric,
 };
 
-class BranchKernels : public ::testing::TestWithParam<Branch> {
- protected:
-  void SetUp() override {
-    if (!GetParam().runs_here()) GTEST_SKIP() << GetParam().name << " does not run here";
-  }
-  const Branch& k() const { return GetParam(); }
-};
+class BranchKernels : public kernel_sets::BranchFixture<Branch> {};
 
-std::string branch_name(const ::testing::TestParamInfo<Branch>& info) { return info.param.name; }
-
-INSTANTIATE_TEST_SUITE_P(AllBranches, BranchKernels, ::testing::ValuesIn(kBranches), branch_name);
+INSTANTIATE_TEST_SUITE_P(AllBranches, BranchKernels, ::testing::ValuesIn(kBranches),
+                         kernel_sets::branch_name<Branch>);
 
 // ---- helpers ----------------------------------------------------------------
-
-bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // Largest |x - y| relative to the largest |y| (or absolute when y is tiny).
 double rel_diff(const std::vector<double>& x, const std::vector<double>& y) {

@@ -17,10 +17,12 @@
 
 #include "kernels/generic/l1_entries.h"
 #include "kernels/kernels.h"
+#include "tests/kernel_sets.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+using namespace kernel_sets;
 using testsupport::Random;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -44,16 +46,6 @@ struct Branch {
   tarn_xidamax_fn* xidamax;
 };
 
-bool always() { return true; }
-bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
-bool has_sse42() { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }
-bool has_avx() { return __builtin_cpu_supports("avx"); }
-bool has_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
-bool has_avx512() {
-  return has_avx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-}
-
 #define L1_BRANCH(br, runs)                                                                   \
   Branch {                                                                                    \
     #br, runs, tarn_blas_##br##_xdscal, tarn_blas_##br##_xdaxpy, tarn_blas_##br##_xdcopy,     \
@@ -66,17 +58,10 @@ const Branch kBranches[] = {
     L1_BRANCH(avx512, has_avx512),
 };
 
-class Level1 : public ::testing::TestWithParam<Branch> {
- protected:
-  void SetUp() override {
-    if (!GetParam().runs_here()) GTEST_SKIP() << GetParam().name << " does not run here";
-  }
-  const Branch& k() const { return GetParam(); }
-};
+class Level1 : public kernel_sets::BranchFixture<Branch> {};
 
-std::string branch_name(const ::testing::TestParamInfo<Branch>& info) { return info.param.name; }
-
-INSTANTIATE_TEST_SUITE_P(AllBranches, Level1, ::testing::ValuesIn(kBranches), branch_name);
+INSTANTIATE_TEST_SUITE_P(AllBranches, Level1, ::testing::ValuesIn(kBranches),
+                         kernel_sets::branch_name<Branch>);
 
 // A BLAS vector of n elements with stride inc placed `offset` doubles past
 // a 64-byte boundary (or, with `half`, 4 bytes further: a double that is
@@ -134,8 +119,6 @@ std::vector<double> random_values(int n, Random& r) {
   for (double& x : v) x = r.uniform();
   return v;
 }
-
-bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // One axpy element, rounded once (fused) or twice: both are right.
 bool axpy_close(double got, double alpha, double x, double y) {

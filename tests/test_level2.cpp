@@ -17,10 +17,12 @@
 #include "kernels/generic/l2_entries.h"
 #include "kernels/kernels.h"
 #include "service/cpu.h"
+#include "tests/kernel_sets.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+using namespace kernel_sets;
 using testsupport::Random;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -35,16 +37,6 @@ struct Branch {
   tarn_xdtrsv_fn* xdtrsv;
   tarn_dtrsv_leaf_fn* leaf[8];  // utu utn unu unn ltu ltn lnu lnn
 };
-
-bool always() { return true; }
-bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
-bool has_sse42() { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }
-bool has_avx() { return __builtin_cpu_supports("avx"); }
-bool has_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
-bool has_avx512() {
-  return has_avx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-}
 
 #define L2_BRANCH(br, runs)                                                                        \
   Branch {                                                                                         \
@@ -61,17 +53,10 @@ const Branch kBranches[] = {
     L2_BRANCH(avx512, has_avx512),
 };
 
-class Level2 : public ::testing::TestWithParam<Branch> {
- protected:
-  void SetUp() override {
-    if (!GetParam().runs_here()) GTEST_SKIP() << GetParam().name << " does not run here";
-  }
-  const Branch& k() const { return GetParam(); }
-};
+class Level2 : public kernel_sets::BranchFixture<Branch> {};
 
-std::string branch_name(const ::testing::TestParamInfo<Branch>& info) { return info.param.name; }
-
-INSTANTIATE_TEST_SUITE_P(AllBranches, Level2, ::testing::ValuesIn(kBranches), branch_name);
+INSTANTIATE_TEST_SUITE_P(AllBranches, Level2, ::testing::ValuesIn(kBranches),
+                         kernel_sets::branch_name<Branch>);
 
 // Doubles placed `offset` elements past a 64-byte boundary, guards around.
 class Placed {
@@ -103,8 +88,6 @@ double& at(double* p, int n, int inc, int i) {
   return p[inc > 0 ? static_cast<ptrdiff_t>(i) * inc : static_cast<ptrdiff_t>(n - 1 - i) * -inc];
 }
 size_t span(int n, int inc) { return n > 0 ? 1 + static_cast<size_t>(n - 1) * std::abs(inc) : 0; }
-
-bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // ---- DGEMV -------------------------------------------------------------------
 

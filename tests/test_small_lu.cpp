@@ -23,6 +23,7 @@
 #include "blas/blas.h"
 #include "lapack/lapack.h"
 #include "lapack/ps_small.h"
+#include "tests/kernel_sets.h"
 #include "service/cpu.h"
 #include "service/memory.h"
 #include "service/messages.h"
@@ -81,6 +82,7 @@ extern "C" int posix_memalign(void** out, size_t alignment, size_t size) {
 
 namespace {
 
+using namespace kernel_sets;
 using testsupport::Matrix;
 using testsupport::Random;
 
@@ -105,16 +107,6 @@ struct Member {
   tarn_ps_dgetrs_small_fn* getrs;
   bool (*runs_here)();
 };
-
-bool always() { return true; }
-bool has_ssse3() { return __builtin_cpu_supports("ssse3"); }
-bool has_sse42() { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }
-bool has_avx() { return __builtin_cpu_supports("avx"); }
-bool has_avx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
-bool has_avx512() {
-  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-}
 
 const Member kMembers[] = {
     {"sse2", 2, tarn_lapack_ps_sse2_dgetrf_small, tarn_lapack_ps_sse2_dgetrs_small, always},
