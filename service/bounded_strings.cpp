@@ -60,6 +60,25 @@ bool is_delimiter(char c, const char* delim, bool& unterminated) {
     return false;
 }
 
+// What strtok_s finds at one character of its walk, with `left` bytes of
+// the text allowed from there on: a delimiter, another character, or a
+// fault (the text or the delimiter list unterminated), reported, *ptr
+// cleared.
+enum class TokenChar { kDelimiter, kOther, kFault };
+
+TokenChar classify_token_char(char c, std::size_t left, const char* delim, char** ptr) {
+    const char* fault = "strtok_s: dest is unterminated";
+    if (left != 0) {
+        bool unterminated = false;
+        const bool at_delimiter = is_delimiter(c, delim, unterminated);
+        if (!unterminated) return at_delimiter ? TokenChar::kDelimiter : TokenChar::kOther;
+        fault = "strtok_s: src is unterminated";
+    }
+    *ptr = nullptr;
+    report(fault, kTarnEsunterm);
+    return TokenChar::kFault;
+}
+
 }  // namespace
 
 extern "C" {
@@ -160,22 +179,12 @@ char* tarn_serv_strtok_s(char* s, std::size_t* dmax, const char* delim, char** p
     if (text == nullptr) return nullptr;
 
     std::size_t left = *dmax;
-    bool unterminated = false;
     // Skip leading delimiters to the start of the token.
     char* token = nullptr;
     while (*text != '\0') {
-        if (left == 0) {
-            *ptr = nullptr;
-            report("strtok_s: dest is unterminated", kTarnEsunterm);
-            return nullptr;
-        }
-        const bool at_delimiter = is_delimiter(*text, delim, unterminated);
-        if (unterminated) {
-            *ptr = nullptr;
-            report("strtok_s: src is unterminated", kTarnEsunterm);
-            return nullptr;
-        }
-        if (!at_delimiter) {
+        const TokenChar at = classify_token_char(*text, left, delim, ptr);
+        if (at == TokenChar::kFault) return nullptr;
+        if (at == TokenChar::kOther) {
             token = text;
             break;
         }
@@ -189,18 +198,9 @@ char* tarn_serv_strtok_s(char* s, std::size_t* dmax, const char* delim, char** p
     }
     // Walk to the end of the token; a delimiter there is overwritten.
     while (*text != '\0') {
-        if (left == 0) {
-            *ptr = nullptr;
-            report("strtok_s: dest is unterminated", kTarnEsunterm);
-            return nullptr;
-        }
-        const bool at_delimiter = is_delimiter(*text, delim, unterminated);
-        if (unterminated) {
-            *ptr = nullptr;
-            report("strtok_s: src is unterminated", kTarnEsunterm);
-            return nullptr;
-        }
-        if (at_delimiter) {
+        const TokenChar at = classify_token_char(*text, left, delim, ptr);
+        if (at == TokenChar::kFault) return nullptr;
+        if (at == TokenChar::kDelimiter) {
             *text = '\0';
             *ptr = text + 1;
             *dmax = left - 1;
