@@ -10,22 +10,14 @@
 #include "lapack/lapack.h"
 #include "service/messages.h"
 #include "tests/support/test_support.h"
+#include "tests/xerbla_log.h"
 
 using testsupport::Matrix;
 using testsupport::Random;
 
 namespace {
 
-struct XerblaCall {
-  std::string name;
-  int info;
-};
-std::vector<XerblaCall> g_xerbla_calls;
-
-void record_xerbla(const char* name, const int* info, int namelen) {
-  g_xerbla_calls.push_back({std::string(name, static_cast<size_t>(namelen)), *info});
-}
-
+using namespace xerbla_log;
 using LaswpFn = void (*)(const int*, double*, const int*, const int*, const int*, const int*,
                          const int*);
 
@@ -44,12 +36,6 @@ void ref_laswp(int n, Matrix& a, int k1, int k2, const std::vector<int>& ipiv, i
 
 class DlaswpTest : public ::testing::TestWithParam<LaswpFn> {
  protected:
-  void SetUp() override {
-    g_xerbla_calls.clear();
-    old_xerbla_ = tarn_serv_set_xerbla(record_xerbla);
-  }
-  void TearDown() override { tarn_serv_set_xerbla(old_xerbla_); }
-
   static Matrix numbered(int m, int n, int ld) {
     Matrix a(m, n, ld, -1.0);
     for (int j = 0; j < n; ++j)
@@ -69,7 +55,7 @@ class DlaswpTest : public ::testing::TestWithParam<LaswpFn> {
   }
 
  private:
-  tarn_xerbla_fn old_xerbla_ = nullptr;
+  xerbla_log::XerblaRecording xerbla_recording_;
 };
 
 TEST_P(DlaswpTest, MatchesPlainLoopForEveryIncrement) {

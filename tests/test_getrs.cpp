@@ -10,30 +10,17 @@
 #include "lapack/lapack.h"
 #include "service/messages.h"
 #include "tests/support/test_support.h"
+#include "tests/xerbla_log.h"
 
 using testsupport::Matrix;
 using testsupport::Random;
 
 namespace {
 
-struct XerblaCall {
-  std::string name;
-  int info;
-};
-std::vector<XerblaCall> g_xerbla_calls;
-
-void record_xerbla(const char* name, const int* info, int namelen) {
-  g_xerbla_calls.push_back({std::string(name, static_cast<size_t>(namelen)), *info});
-}
+using namespace xerbla_log;
 
 class GetrsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    g_xerbla_calls.clear();
-    old_xerbla_ = tarn_serv_set_xerbla(record_xerbla);
-  }
-  void TearDown() override { tarn_serv_set_xerbla(old_xerbla_); }
-
   static Matrix random_matrix(int m, int n, int ld, uint64_t seed) {
     Matrix a(m, n, ld);
     Random r(seed);
@@ -79,7 +66,7 @@ class GetrsTest : public ::testing::Test {
   }
 
  private:
-  tarn_xerbla_fn old_xerbla_ = nullptr;
+  xerbla_log::XerblaRecording xerbla_recording_;
 };
 
 TEST_F(GetrsTest, AllFormsSolveWithSmallResidual) {

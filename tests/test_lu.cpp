@@ -13,24 +13,17 @@
 #include "lapack/lapack.h"
 #include "service/messages.h"
 #include "tests/support/test_support.h"
+#include "tests/xerbla_log.h"
 
 using testsupport::Matrix;
 using testsupport::Random;
 
 namespace {
 
+using namespace xerbla_log;
+
 // Marker in the rows between m and lda: the factorization must not touch it.
 constexpr double kPad = -777.0;
-
-struct XerblaCall {
-  std::string name;
-  int info;
-};
-std::vector<XerblaCall> g_xerbla_calls;
-
-void record_xerbla(const char* name, const int* info, int namelen) {
-  g_xerbla_calls.push_back({std::string(name, static_cast<size_t>(namelen)), *info});
-}
 
 std::vector<int> g_progress_steps;
 int g_progress_stop_at = -1;  // step at or beyond which the hook asks to stop
@@ -43,12 +36,6 @@ int record_progress(const int* /*thread*/, const int* step, const char* stage, i
 
 class LuTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    g_xerbla_calls.clear();
-    old_xerbla_ = tarn_serv_set_xerbla(record_xerbla);
-  }
-  void TearDown() override { tarn_serv_set_xerbla(old_xerbla_); }
-
   static Matrix random_matrix(int m, int n, int ld, uint64_t seed) {
     Matrix a(m, n, ld, kPad);
     Random r(seed);
@@ -96,7 +83,7 @@ class LuTest : public ::testing::Test {
   }
 
  private:
-  tarn_xerbla_fn old_xerbla_ = nullptr;
+  xerbla_log::XerblaRecording xerbla_recording_;
 };
 
 TEST_F(LuTest, RandomSquareMatchesReference) {

@@ -29,6 +29,7 @@
 #include "service/messages.h"
 #include "tests/fake_cpu.h"
 #include "tests/support/test_support.h"
+#include "tests/xerbla_log.h"
 
 // ---- Counting the heap -------------------------------------------------------
 //
@@ -83,6 +84,7 @@ extern "C" int posix_memalign(void** out, size_t alignment, size_t size) {
 namespace {
 
 using namespace kernel_sets;
+using namespace xerbla_log;
 using testsupport::Matrix;
 using testsupport::Random;
 
@@ -530,17 +532,8 @@ TEST(SmallSolve, MemberCalledBeyondOrder8StillSolves) {
 
 // ---- The hand-over from the public routines ---------------------------------
 
-struct XerblaCall {
-  std::string name;
-  int info;
-};
-std::vector<XerblaCall> g_xerbla_calls;
-void record_xerbla(const char* name, const int* info, int namelen) {
-  g_xerbla_calls.push_back({std::string(name, static_cast<size_t>(namelen)), *info});
-}
-
 TEST(SmallSolveThreshold, Below9BothWaysNothingIsCheckedFrom9TheGeneralChecksRun) {
-  const tarn_xerbla_fn old = tarn_serv_set_xerbla(record_xerbla);
+  const XerblaRecording recording;
   // A transposition letter the general road refuses: the small path takes it
   // for a transposed solve and reports nothing.
   const Factored f = solvable(9, 800);
@@ -563,7 +556,6 @@ TEST(SmallSolveThreshold, Below9BothWaysNothingIsCheckedFrom9TheGeneralChecksRun
       EXPECT_EQ(g_xerbla_calls[0].name, "DGETRS");
     }
   }
-  tarn_serv_set_xerbla(old);
 }
 
 TEST(SmallSolveThreshold, PublicSolveBelow9MatchesTheMembers) {
