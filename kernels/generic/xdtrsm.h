@@ -101,37 +101,31 @@ inline void trsm_diag_left_upper(const TrsmShape& s, int k0, int nb, int n, doub
   }
 }
 
+// Right side: column k0+j of X from the columns k0+k, k in [k_begin, k_end),
+// already solved, then the division by the diagonal.
+inline void trsm_right_column(const TrsmShape& s, int k0, int j, int k_begin, int k_end, int m,
+                              double* b, int ldb) {
+  double* xj = b + static_cast<ptrdiff_t>(k0 + j) * ldb;
+  for (int k = k_begin; k < k_end; ++k) {
+    const double t = s.at(k0 + k, k0 + j);
+    const double* xk = b + static_cast<ptrdiff_t>(k0 + k) * ldb;
+    for (int i = 0; i < m; ++i) xj[i] -= t * xk[i];
+  }
+  if (!s.unit) {
+    const double d = s.at(k0 + j, k0 + j);
+    for (int i = 0; i < m; ++i) xj[i] /= d;
+  }
+}
+
 // Right side, op(A) upper on columns [k0, k0+nb): X(:, j) from the columns
 // before it, left to right.
 inline void trsm_diag_right_upper(const TrsmShape& s, int k0, int nb, int m, double* b, int ldb) {
-  for (int j = 0; j < nb; ++j) {
-    double* xj = b + static_cast<ptrdiff_t>(k0 + j) * ldb;
-    for (int k = 0; k < j; ++k) {
-      const double t = s.at(k0 + k, k0 + j);
-      const double* xk = b + static_cast<ptrdiff_t>(k0 + k) * ldb;
-      for (int i = 0; i < m; ++i) xj[i] -= t * xk[i];
-    }
-    if (!s.unit) {
-      const double d = s.at(k0 + j, k0 + j);
-      for (int i = 0; i < m; ++i) xj[i] /= d;
-    }
-  }
+  for (int j = 0; j < nb; ++j) trsm_right_column(s, k0, j, 0, j, m, b, ldb);
 }
 
 // Right side, op(A) lower on columns [k0, k0+nb): right to left.
 inline void trsm_diag_right_lower(const TrsmShape& s, int k0, int nb, int m, double* b, int ldb) {
-  for (int j = nb - 1; j >= 0; --j) {
-    double* xj = b + static_cast<ptrdiff_t>(k0 + j) * ldb;
-    for (int k = j + 1; k < nb; ++k) {
-      const double t = s.at(k0 + k, k0 + j);
-      const double* xk = b + static_cast<ptrdiff_t>(k0 + k) * ldb;
-      for (int i = 0; i < m; ++i) xj[i] -= t * xk[i];
-    }
-    if (!s.unit) {
-      const double d = s.at(k0 + j, k0 + j);
-      for (int i = 0; i < m; ++i) xj[i] /= d;
-    }
-  }
+  for (int j = nb - 1; j >= 0; --j) trsm_right_column(s, k0, j, j + 1, nb, m, b, ldb);
 }
 
 // True when every reciprocal of the diagonal of op(A) on [k0, k0+len) is
