@@ -3,8 +3,11 @@
 //
 //   bench_blas [op] [branch|all] [transa transb] [m n k] [repetitions]
 //   bench_blas dgemm avx512 N N 4000 4000 4000 3
+//   bench_blas trsm avx2 4000 4000 4000 2
+//   bench_blas dgemv all N N 10000 10000 1 3
 //
-// op is dgemm (the only one so far; add a row to kOps for more). Times are
+// op is dgemm, trsm or dgemv (a row of kOps each; the last two live in
+// bench_trsm.cpp and bench_dgemv.cpp). Times are
 // the thread's own processor time, not the wall clock: on a machine shared
 // with other work the wall clock also counts the time this thread waited to
 // be scheduled, which the processor time leaves out. Each measurement is the
