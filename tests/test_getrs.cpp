@@ -14,6 +14,7 @@
 
 using testsupport::Matrix;
 using testsupport::Random;
+using testsupport::random_matrix;
 
 namespace {
 
@@ -21,13 +22,6 @@ using namespace xerbla_log;
 
 class GetrsTest : public ::testing::Test {
  protected:
-  static Matrix random_matrix(int m, int n, int ld, uint64_t seed) {
-    Matrix a(m, n, ld);
-    Random r(seed);
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < m; ++i) a(i, j) = r.uniform();
-    return a;
-  }
 
   // Factors A, solves op(A) X = B for B = op(A) * X0, and returns the scaled
   // residual ||op(A) X - B|| / (||A|| ||X|| n eps) in the max norm.

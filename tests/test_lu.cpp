@@ -37,11 +37,7 @@ int record_progress(const int* /*thread*/, const int* step, const char* stage, i
 class LuTest : public ::testing::Test {
  protected:
   static Matrix random_matrix(int m, int n, int ld, uint64_t seed) {
-    Matrix a(m, n, ld, kPad);
-    Random r(seed);
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < m; ++i) a(i, j) = r.uniform();
-    return a;
+    return testsupport::random_matrix(m, n, ld, seed, kPad);
   }
 
   // Factors a copy with DGETRF and one with the reference; expects the same

@@ -14,6 +14,7 @@
 
 using testsupport::Matrix;
 using testsupport::Random;
+using testsupport::random_matrix;
 
 namespace {
 
@@ -28,13 +29,6 @@ class LowerBranchLuTest : public ::testing::Test {
       GTEST_SKIP() << "the instruction ceiling did not select the sse42 branch";
   }
 
-  static Matrix random_matrix(int m, int n, int ld, uint64_t seed) {
-    Matrix a(m, n, ld);
-    Random r(seed);
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < m; ++i) a(i, j) = r.uniform();
-    return a;
-  }
 };
 
 TEST_F(LowerBranchLuTest, WidthsArePowersOfTwo) {

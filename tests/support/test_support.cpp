@@ -74,6 +74,13 @@ int ref_dgetrf(int m, int n, double* a, int lda, int* ipiv) {
   return info;
 }
 
+Matrix random_matrix(int m, int n, int ld, uint64_t seed, double pad) {
+  Matrix a(m, n, ld, pad);
+  Random r(seed);
+  fill_random(a, r);
+  return a;
+}
+
 double max_rel_diff(const Matrix& x, const Matrix& y) {
   double scale = 0.0, diff = 0.0;
   for (int j = 0; j < y.n; ++j)

@@ -30,6 +30,9 @@ struct Random {
   double uniform();  // [-0.5, 0.5)
 };
 void fill_random(Matrix& a, Random& r);
+// An m by n matrix with leading dimension ld, random in its m rows from the
+// given seed, `pad` in the rows beyond them.
+Matrix random_matrix(int m, int n, int ld, uint64_t seed, double pad = 0.0);
 
 // C := alpha * op(A) * op(B) + beta * C, by the textbook triple loop; beta 0
 // does not read C.
