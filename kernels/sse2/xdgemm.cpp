@@ -2,36 +2,7 @@
 // 6 tile. Each product goes through a temporary (the B value loaded into both lanes, multiplied by
 // the A vector, added into the accumulator), so six accumulators, the A
 // vector and the temporary fill the eight registers.
-#include <emmintrin.h>
-#include <pmmintrin.h>
-
-#include "kernels/gemm_desc.h"
-#include "kernels/generic/gemm_driver.h"
-#include "kernels/generic/gemm_microkernel.h"
-
-namespace {
-
-struct Sse2Vector {
-  using T = __m128d;
-  static constexpr int width = 2;
-  static T zero() { return _mm_setzero_pd(); }
-  static T load(const double* p) { return _mm_loadu_pd(p); }
-  static T splat(const double* p) { return _mm_load1_pd(p); }
-  static T madd(T a, T b, T acc) { return _mm_add_pd(acc, _mm_mul_pd(a, b)); }
-  static T add(T x, T y) { return _mm_add_pd(x, y); }
-  static void store(double* p, T x) { _mm_storeu_pd(p, x); }
-};
-
-struct Sse2Sizes {
-  static constexpr int kc_min = 128, kc_low = 256, kc_high = 512, kc_large = 256;
-  static constexpr int mc_max = 4992, nc_max = 192, nc_max_small_k = 24, small_k = 48;
-  // Smallest M, N, K of the blocked path (first words of the kernel table).
-  static constexpr int pst_m_limit = 2, pst_n_limit = 4, pst_k_limit = 4;
-};
-
-using Sse2Gemm = GemmVectorTileRecord<Sse2Vector, 6, Sse2Sizes>;
-
-}  // namespace
+#include "kernels/sse2/dgemm_kernel_0.h"
 
 extern "C" void tarn_blas_sse2_xdgemm(const char* transa, const char* transb, const int* m,
                                       const int* n, const int* k, const double* alpha,
