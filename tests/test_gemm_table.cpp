@@ -204,9 +204,10 @@ TEST_P(GemmTable, BufsSizeIsTheRequestOfTheRowsKind) {
   k().zero_desc(&d);
   const int bytes = k().get_bufs_size(&m, &n, &kk, &d);
   const gemm_table_desc f = filled_desc(k(), m, n, kk);
-  const int slack = 2 << 7;
+  // A and B each page-aligned plus their offset past the page, the unused
+  // third buffer 128-aligned.
   const int a = round_up(f.mc, k().mr) * f.kc * 8, b = round_up(f.nc, k().nr) * f.kc * 8;
-  EXPECT_EQ(bytes, 3 * slack + a + b);
+  EXPECT_EQ(bytes, (2 << 12) + 1664 + a + (2 << 7) + (2 << 12) + 768 + b);
 }
 
 TEST_P(GemmTable, GetBufsCarvesAlignedBuffersInOrderAndRejectsOtherKinds) {
@@ -220,9 +221,9 @@ TEST_P(GemmTable, GetBufsCarvesAlignedBuffersInOrderAndRejectsOtherKinds) {
                         {106, true, true, true},   {r.buffer_kind, true, true, true}};
   for (const Kind& kd : kinds) {
     gemm_table_bufs bufs;
-    bufs.buf[0] = {1000, 7, nullptr};
-    bufs.buf[1] = {24, 6, nullptr};
-    bufs.buf[2] = {3000, 12, nullptr};
+    bufs.buf[0] = {1000, 7, 0, nullptr};
+    bufs.buf[1] = {24, 6, 8, nullptr};
+    bufs.buf[2] = {3000, 12, 768, nullptr};
     ASSERT_EQ(r.get_bufs(&kd.kind, &bufs), 0) << kd.kind;
     const bool used[3] = {kd.a, kd.third, kd.b};
     uintptr_t last = reinterpret_cast<uintptr_t>(bufs.raw);
@@ -232,7 +233,7 @@ TEST_P(GemmTable, GetBufsCarvesAlignedBuffersInOrderAndRejectsOtherKinds) {
         EXPECT_EQ(p, 0u) << kd.kind << " buffer " << i;
         continue;
       }
-      EXPECT_EQ(p % ((uintptr_t)1 << bufs.buf[i].align_shift), 0u);
+      EXPECT_EQ((p - bufs.buf[i].offset) % ((uintptr_t)1 << bufs.buf[i].align_shift), 0u);
       EXPECT_GE(p, last);
       std::memset(bufs.buf[i].pointer, 0x11, bufs.buf[i].size);  // writable, in the block
       last = p + bufs.buf[i].size;
@@ -241,7 +242,7 @@ TEST_P(GemmTable, GetBufsCarvesAlignedBuffersInOrderAndRejectsOtherKinds) {
   }
   for (int bad : {0, 99, 103, 107, 125, 127}) {
     gemm_table_bufs bufs{};
-    bufs.buf[0] = {1000, 7, nullptr};
+    bufs.buf[0] = {1000, 7, 0, nullptr};
     EXPECT_EQ(r.get_bufs(&bad, &bufs), 1) << bad;
     EXPECT_EQ(bufs.raw, nullptr);
   }

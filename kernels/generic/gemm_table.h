@@ -20,10 +20,11 @@ extern "C" {
 typedef void gemm_table_blks_fn(const int* m, const int* n, const int* k, void* desc);
 
 // One buffer of a dgemm_get_bufs request: bytes, alignment as a power of two,
-// and where it landed.
+// bytes past that boundary where the buffer starts, and where it landed.
 struct gemm_table_buffer {
   int32_t size;
   int32_t align_shift;
+  int32_t offset;
   double* pointer;
 };
 
