@@ -344,8 +344,12 @@ TEST_P(GemmTable, ParMatchesTheReferenceForEveryPairAndRemainder) {
     for (char tb : kTrans)
       for (const Shape& sh : shapes)
         for (double beta : {0.0, 1.0, 0.5}) {
-          gemm_table_desc d = filled_desc(k(), sh.m, sh.n, sh.k);
-          check_par(k(), ta, tb, sh, 1.25, beta, &d);
+          // Every row of the table, whichever this processor would take.
+          for (int row = 0; row < k().rows; ++row) {
+            gemm_table_desc d{&k().all[row], row, 0, 0, 0};
+            d.row->get_blks_size(&sh.m, &sh.n, &sh.k, &d);
+            check_par(k(), ta, tb, sh, 1.25, beta, &d);
+          }
           const int mc = 10, nc = 14, kc = 7;
           gemm_table_desc small;
           k().zero_desc(&small);
