@@ -6,15 +6,20 @@
 // branch cannot drift from its siblings.
 //
 // Who defines what:
-//  - kernels/<branch>/<op>_generic.cpp instantiate the branch-generic
-//    templates of kernels/generic/ (the correct, reasonably fast form of every
-//    operation the solver calls). A tuned kernel replaces one by deleting that
-//    file and defining the same symbol in a file named after the routine.
-//  - kernels/<branch>/dgemm_services_generic.cpp stands for the GEMM
-//    services (descriptors, kernel table, buffers) until the tuned GEMM of
-//    the branch brings its own; kernels/<branch>/empty_entries.cpp holds
-//    what the branch deliberately lacks (an entry that returns at once).
-//  - kernels/<branch>/api_version.cpp answers the interface generations.
+//  - kernels/<branch>/<op>.cpp define each branch's entry, mostly one line
+//    that instantiates a template of kernels/generic/ (l1_*, l2_*, trsm_*,
+//    gemm_*, ps_*) under the branch's instruction-set flags; only tiles and
+//    constants that differ by branch live in the branch directory.
+//  - The GEMM services: descriptors and buffers for avx2 and avx512
+//    (kernels/<branch>/dgemm_services.cpp), the kernel table for avx, sse42
+//    and ssse3 (dgemm_kernel_table.cpp), the fixed driver's pieces for sse2
+//    and cnr_sse2 (dgemm_fixed_pieces.cpp).
+//  - kernels/<branch>/empty_entries.cpp holds what the branch deliberately
+//    lacks (an entry that returns at once); api_version.cpp answers the
+//    interface generations.
+//  - kernels/generic/level1.h, level2.h, xdtrsm.h and xdgemm.h are the plain
+//    branch-generic forms: the tests run them as one more kernel set, and
+//    dgemm_mscale still uses the last.
 //
 // All BLAS-shaped arguments are taken by reference, in BLAS order.
 #pragma once
