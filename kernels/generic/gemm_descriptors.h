@@ -486,3 +486,37 @@ void dgemm_run_with_strategy(const char* transa, const char* transb, int m, int 
 }
 
 }  // namespace
+
+// The descriptor services of one branch (avx2, avx512) on its record Desc:
+// strategy from a thread plan, kernel information, buffers, the
+// strategy-driven one-thread product, and the team entry. The team entry
+// (shared packing among the members of an LU team) is not built: it
+// declines, and the caller keeps to its path without it.
+#define TARN_GEMM_DESCRIPTOR_SERVICES(br, Desc)                                                   \
+  extern "C" void tarn_blas_##br##_dgemm_map_thread_to_kernel(const gemm_thread_opts* opts,       \
+                                                              blas_strategy* strategy) {          \
+    dgemm_map_thread_to_kernel<Desc>(opts, strategy);                                             \
+  }                                                                                               \
+  extern "C" void tarn_blas_##br##_dgemm_initialize_kernel_info(                                  \
+      const blas_op_params* op, blas_matrix* a, blas_matrix* b, blas_matrix* c,                   \
+      blas_strategy* strategy, blas_kernel_info* info) {                                          \
+    dgemm_initialize_kernel_info<Desc>(op, a, b, c, strategy, info);                              \
+  }                                                                                               \
+  extern "C" void tarn_blas_##br##_dgemm_initialize_buffers(                                      \
+      blas_matrix* a, blas_matrix* b, blas_strategy* strategy, blas_buffers* bufs) {              \
+    dgemm_initialize_buffers<Desc>(a, b, strategy, bufs);                                         \
+  }                                                                                               \
+  extern "C" void tarn_blas_##br##_xdgemm_internal(                                               \
+      const char* transa, const char* transb, const int* m, const int* n, const int* k,           \
+      const double* alpha, const double* a, const int* lda, const double* b, const int* ldb,      \
+      const double* beta, double* c, const int* ldc, const blas_strategy* strategy) {             \
+    dgemm_run_with_strategy<Desc>(transa, transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, \
+                                  *ldc, strategy);                                                \
+    _mm256_zeroupper();                                                                           \
+  }                                                                                               \
+  extern "C" int tarn_blas_##br##_xdgemm_internal_team(                                           \
+      const char*, const char*, const int*, const int*, const int*, const double*, const double*, \
+      const int*, const double*, const int*, const double*, double*, const int*, void*,           \
+      const int*, const int*) {                                                                   \
+    return -1;                                                                                    \
+  }
