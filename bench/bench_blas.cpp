@@ -13,7 +13,6 @@
 // be scheduled, which the processor time leaves out. Each measurement is the
 // best of the repetitions; the peak loop runs before and after the kernel
 // and the best of those is the peak. Prints GFlops and the ratio to peak.
-#include <time.h>
 
 #include <cctype>
 #include <cstdio>
@@ -22,29 +21,9 @@
 #include <string>
 #include <vector>
 
-#include "kernels/gemm_desc.h"
-
-// Defined in bench_trsm.cpp and bench_dgemv.cpp.
-double bench_trsm(const char* branch, int m, int n, int reps);
-double bench_dgemv(const char* branch, int m, int n, int reps);
+#include "bench/bench_common.h"
 
 namespace {
-
-struct Branch {
-  const char* name;
-  tarn_xdgemm_fn* xdgemm;
-  double (*peak_loop)(int rounds);
-};
-
-const Branch kBranches[] = {
-    {"sse2", tarn_blas_sse2_xdgemm, tarn_blas_sse2_peak_loop},
-    {"cnr_sse2", tarn_blas_cnr_sse2_xdgemm, tarn_blas_cnr_sse2_peak_loop},
-    {"ssse3", tarn_blas_ssse3_xdgemm, tarn_blas_ssse3_peak_loop},
-    {"sse42", tarn_blas_sse42_xdgemm, tarn_blas_sse42_peak_loop},
-    {"avx", tarn_blas_avx_xdgemm, tarn_blas_avx_peak_loop},
-    {"avx2", tarn_blas_avx2_xdgemm, tarn_blas_avx2_peak_loop},
-    {"avx512", tarn_blas_avx512_xdgemm, tarn_blas_avx512_peak_loop},
-};
 
 struct Shape {
   char ta = 'N', tb = 'N';
@@ -52,68 +31,26 @@ struct Shape {
   int reps = 3;
 };
 
-double now() {
-  timespec ts;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return (double)ts.tv_sec + 1e-9 * (double)ts.tv_nsec;
-}
-
-// Best rate of the peak loop over a few tenths of a second, in flop/s.
-double measure_peak(const Branch& br) {
-  constexpr int kRounds = 1 << 20;
-  constexpr int kTries = 5;
-  double best = 0.0;
-  for (int t = 0; t < kTries; ++t) {
-    const double t0 = now();
-    const double flops = br.peak_loop(kRounds);
-    const double dt = now() - t0;
-    if (dt > 0.0 && flops / dt > best) best = flops / dt;
-  }
-  return best;
-}
-
 // One operation of the benchmark: prepares its operands once, then times
 // single calls. Returns the best flop/s.
 struct Op {
   const char* name;
-  double (*run)(const Branch& br, const Shape& s);
+  double (*run)(const BenchBranch& br, const Shape& s);
 };
 
-double run_dgemm(const Branch& br, const Shape& s) {
-  const int lda = s.ta == 'N' ? s.m : s.k, acols = s.ta == 'N' ? s.k : s.m;
-  const int ldb = s.tb == 'N' ? s.k : s.n, bcols = s.tb == 'N' ? s.n : s.k;
-  const int ldc = s.m;
-  std::vector<double> a((size_t)lda * acols), b((size_t)ldb * bcols), c((size_t)ldc * s.n);
-  unsigned x = 12345;
-  auto rnd = [&x] {
-    x = x * 1103515245u + 12345u;
-    return (double)((x >> 8) & 0xffff) / 65536.0 - 0.5;
-  };
-  for (double& v : a) v = rnd();
-  for (double& v : b) v = rnd();
-  for (double& v : c) v = rnd();
-  const double alpha = 1.0, beta = 1.0;
-  const double flops = 2.0 * s.m * s.n * (double)s.k;
-  double best = 0.0;
-  for (int r = 0; r < s.reps; ++r) {
-    const double t0 = now();
-    br.xdgemm(&s.ta, &s.tb, &s.m, &s.n, &s.k, &alpha, a.data(), &lda, b.data(), &ldb, &beta,
-              c.data(), &ldc);
-    const double dt = now() - t0;
-    if (dt > 0.0 && flops / dt > best) best = flops / dt;
-  }
-  return best;
+double run_dgemm(const BenchBranch& br, const Shape& s) {
+  return bench_dgemm_rate(br, s.ta, s.tb, s.m, s.n, s.k, s.reps);
 }
 
 // bench_trsm.cpp: left solves of the branch against its DGEMM and peak.
-double run_trsm(const Branch& br, const Shape& s) {
-  return bench_trsm(br.name, s.m, s.n, s.reps);
+double run_trsm(const BenchBranch& br, const Shape& s) {
+  return bench_trsm(br, s.m, s.n, s.reps);
 }
 
 // bench_dgemv.cpp: 'N' and 'T' over a matrix far larger than the caches,
 // against a streaming copy of the same bytes and the branch's DGEMM.
-double run_dgemv(const Branch& br, const Shape& s) {
-  return bench_dgemv(br.name, s.m, s.n, s.reps);
+double run_dgemv(const BenchBranch& br, const Shape& s) {
+  return bench_dgemv(br, s.m, s.n, s.reps);
 }
 
 const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}, {"dgemv", run_dgemv}};
@@ -121,7 +58,7 @@ const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}, {"dgemv", run_dgemv
 void usage() {
   std::fprintf(stderr,
                "usage: bench_blas [op] [branch|all] [transa transb] [m n k] [repetitions]\n"
-               "  op: dgemm; branch: sse2 cnr_sse2 ssse3 sse42 avx avx2 avx512 all\n");
+               "  op: dgemm trsm dgemv; branch: sse2 cnr_sse2 ssse3 sse42 avx avx2 avx512 all\n");
 }
 
 }  // namespace
@@ -160,12 +97,12 @@ int main(int argc, char** argv) {
   bool any = false;
   std::printf("%-8s %-6s %2s %2s %6s %6s %6s %10s %10s %7s\n", "branch", "op", "ta", "tb", "m",
               "n", "k", "GFlops", "peak", "ratio");
-  for (const Branch& br : kBranches) {
+  for (const BenchBranch& br : kBenchBranches) {
     if (branch != "all" && branch != br.name) continue;
     any = true;
-    const double peak0 = measure_peak(br);
+    const double peak0 = bench_peak(br);
     const double rate = op->run(br, s);
-    const double peak1 = measure_peak(br);
+    const double peak1 = bench_peak(br);
     const double peak = peak0 > peak1 ? peak0 : peak1;
     std::printf("%-8s %-6s %2c %2c %6d %6d %6d %10.2f %10.2f %6.1f%%\n", br.name, op->name, s.ta,
                 s.tb, s.m, s.n, s.k, rate * 1e-9, peak * 1e-9, 100.0 * rate / peak);
