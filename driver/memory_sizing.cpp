@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "driver/driver.h"
+#include "service/memory.h"
 #include "service/messages.h"
 
 namespace {
@@ -47,5 +48,8 @@ void* size_memory(RunPlan& plan, const char* program) {
     tarn_serv_print(kToStdout, drvmsg::kFinalAllocFailed, 1, program);
     std::exit(-1);
   }
+  // Before the first touch, so that the factorization walks the matrix on
+  // huge pages.
+  tarn_serv_advise_huge_pages(block, maxmem);
   return block;
 }

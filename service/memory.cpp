@@ -56,6 +56,9 @@ constexpr int kFirstHighLevel = 10;         // log2 of kSlotIds
 constexpr size_t kSlotBytes = 64;
 constexpr size_t kPageBytes = 4096;
 constexpr size_t kHugePageBytes = 0x200000;
+// Blocks from this size on are advised to huge pages: they hold at least one
+// whole huge page wherever the allocator puts them.
+constexpr size_t kHugePageAdviceBytes = 2 * kHugePageBytes;
 constexpr size_t kTable0AllocBytes = 0x11000;  // 1024 slots plus room to align to a page
 constexpr size_t kTable0ZeroBytes = 0x10000;
 constexpr size_t kHighTableSlack = 8191;
@@ -283,7 +286,10 @@ void* mm_internal_malloc(size_t size) {
     }
     if (allowed) fast = mm_fast_block(&block, total, &page);
   }
-  if (!block) block = std::malloc(total);
+  if (!block) {
+    block = std::malloc(total);
+    if (block && total >= kHugePageAdviceBytes) tarn_serv_advise_huge_pages(block, total);
+  }
   if (fast && limit_locked) mm_fast_memory_limit = mm_fast_memory_limit - static_cast<int32_t>(total);
   if (limit_locked) tarn_serv_unlock(&mm_fast_memory_update_limit_lock);
   if (!block) return nullptr;
@@ -793,6 +799,16 @@ void tarn_serv_deallocate(void* pointer) {
     return;
   }
   if (orphan) mm_reclaim_orphan(found_id, found);
+}
+
+void tarn_serv_advise_huge_pages(void* address, size_t bytes) {
+  const uintptr_t start = reinterpret_cast<uintptr_t>(address);
+  const uintptr_t first = (start + kHugePageBytes - 1) & ~uintptr_t{kHugePageBytes - 1};
+  const uintptr_t end = (start + bytes) & ~uintptr_t{kHugePageBytes - 1};
+  if (end <= first || first < start) return;
+  // Advice only: a kernel without transparent huge pages refuses it, and the
+  // block works the same on small pages.
+  (void)madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
 }
 
 void* tarn_serv_malloc(size_t size, int alignment) {

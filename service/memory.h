@@ -15,6 +15,13 @@ void* tarn_serv_allocate(size_t size, int alignment);
 // Releases what tarn_serv_allocate gave, from any thread.
 void tarn_serv_deallocate(void* pointer);
 
+// Asks the kernel to back the whole 2 MiB pages inside [address, address +
+// bytes) with huge pages; call it before the memory is first touched. The
+// walks of the packed GEMM operands and of the solver's matrix otherwise miss
+// the TLB on almost every column. Does nothing for ranges that hold no whole
+// huge page, or where the kernel declines.
+void tarn_serv_advise_huge_pages(void* address, size_t bytes);
+
 // Plain aligned path: never cached, always counted.
 void* tarn_serv_malloc(size_t size, int alignment);
 void tarn_serv_free(void* pointer);

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -842,6 +843,52 @@ TEST(BufferSwitches, MissingMemkindIsSilentEvenWhenVerbose) {
                                              {"TARN_VERBOSE=1", "TARN_DISABLE_FAST_MM"});
   EXPECT_EQ(r.status, 0) << r.out << r.err;
   EXPECT_EQ(r.err, "");
+}
+
+// The kernel's huge-page counter for the mapping that holds `address`, in
+// KiB, from /proc/self/smaps; -1 if the mapping is not found.
+long anon_huge_kib_of(const void* address) {
+  std::ifstream smaps("/proc/self/smaps");
+  std::string line;
+  const uintptr_t a = reinterpret_cast<uintptr_t>(address);
+  bool inside = false;
+  while (std::getline(smaps, line)) {
+    unsigned long lo = 0, hi = 0;
+    if (std::sscanf(line.c_str(), "%lx-%lx ", &lo, &hi) == 2 && line.find(':') > line.find(' ')) {
+      inside = a >= lo && a < hi;
+      continue;
+    }
+    long kib = 0;
+    if (inside && std::sscanf(line.c_str(), "AnonHugePages: %ld kB", &kib) == 1) return kib;
+  }
+  return -1;
+}
+
+TEST(HugePages, AdviceOnRangesWithoutWholePageIsHarmless) {
+  tarn_serv_advise_huge_pages(nullptr, 0);
+  char small[64];
+  tarn_serv_advise_huge_pages(small, sizeof small);
+  // A range reaching past the end of the address space holds no page.
+  tarn_serv_advise_huge_pages(reinterpret_cast<void*>(~uintptr_t{0} - 100), 4096);
+  small[0] = 1;
+  EXPECT_EQ(small[0], 1);
+}
+
+TEST(HugePages, LargePlainBlockIsBackedByHugePagesWhereTheKernelAllows) {
+  constexpr size_t kBytes = size_t{16} << 20;
+  char* p = static_cast<char*>(tarn_serv_malloc(kBytes, 64));
+  ASSERT_NE(p, nullptr);
+  std::memset(p, 1, kBytes);
+  std::ifstream mode_file("/sys/kernel/mm/transparent_hugepage/enabled");
+  std::string mode;
+  std::getline(mode_file, mode);
+  const long kib = anon_huge_kib_of(p + kBytes / 2);
+  tarn_serv_free(p);
+  if (mode.find("[never]") != std::string::npos || mode.empty())
+    GTEST_SKIP() << "transparent huge pages are off here";
+  // Under "madvise" only the advice gives huge pages; at least one of the
+  // whole 2 MiB pages inside the block should have one.
+  EXPECT_GT(kib, 0) << "mode: " << mode;
 }
 
 }  // namespace
