@@ -10,9 +10,12 @@
 // bench_trsm.cpp and bench_dgemv.cpp). Times are
 // the thread's own processor time, not the wall clock: on a machine shared
 // with other work the wall clock also counts the time this thread waited to
-// be scheduled, which the processor time leaves out. Each measurement is the
-// best of the repetitions; the peak loop runs before and after the kernel
-// and the best of those is the peak. Prints GFlops and the ratio to peak.
+// be scheduled, which the processor time leaves out. A DGEMM call is set
+// against windows of the peak loop of the same length run just before and
+// after it (bench_bracketed), and the best ratio of the repetitions is
+// shown; the other operations take the best of their repetitions against
+// the best of short peak windows before and after. Prints GFlops and the
+// ratio to peak.
 
 #include <cctype>
 #include <cstdio>
@@ -32,25 +35,34 @@ struct Shape {
 };
 
 // One operation of the benchmark: prepares its operands once, then times
-// single calls. Returns the best flop/s.
+// single calls. Returns the best flop/s and its peak.
 struct Op {
   const char* name;
-  double (*run)(const BenchBranch& br, const Shape& s);
+  BenchRate (*run)(const BenchBranch& br, const Shape& s);
 };
 
-double run_dgemm(const BenchBranch& br, const Shape& s) {
+BenchRate run_dgemm(const BenchBranch& br, const Shape& s) {
   return bench_dgemm_rate(br, s.ta, s.tb, s.m, s.n, s.k, s.reps);
 }
 
+// The best of short peak windows before and after the operation.
+template <class F>
+BenchRate with_short_peak(const BenchBranch& br, F f) {
+  const double peak0 = bench_peak(br);
+  const double rate = f();
+  const double peak1 = bench_peak(br);
+  return {rate, peak0 > peak1 ? peak0 : peak1};
+}
+
 // bench_trsm.cpp: left solves of the branch against its DGEMM and peak.
-double run_trsm(const BenchBranch& br, const Shape& s) {
-  return bench_trsm(br, s.m, s.n, s.reps);
+BenchRate run_trsm(const BenchBranch& br, const Shape& s) {
+  return with_short_peak(br, [&] { return bench_trsm(br, s.m, s.n, s.reps); });
 }
 
 // bench_dgemv.cpp: 'N' and 'T' over a matrix far larger than the caches,
 // against a streaming copy of the same bytes and the branch's DGEMM.
-double run_dgemv(const BenchBranch& br, const Shape& s) {
-  return bench_dgemv(br, s.m, s.n, s.reps);
+BenchRate run_dgemv(const BenchBranch& br, const Shape& s) {
+  return with_short_peak(br, [&] { return bench_dgemv(br, s.m, s.n, s.reps); });
 }
 
 const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}, {"dgemv", run_dgemv}};
@@ -100,10 +112,8 @@ int main(int argc, char** argv) {
   for (const BenchBranch& br : kBenchBranches) {
     if (branch != "all" && branch != br.name) continue;
     any = true;
-    const double peak0 = bench_peak(br);
-    const double rate = op->run(br, s);
-    const double peak1 = bench_peak(br);
-    const double peak = peak0 > peak1 ? peak0 : peak1;
+    const BenchRate r = op->run(br, s);
+    const double rate = r.rate, peak = r.peak;
     std::printf("%-8s %-6s %2c %2c %6d %6d %6d %10.2f %10.2f %6.1f%%\n", br.name, op->name, s.ta,
                 s.tb, s.m, s.n, s.k, rate * 1e-9, peak * 1e-9, 100.0 * rate / peak);
     std::fflush(stdout);

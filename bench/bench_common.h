@@ -36,17 +36,66 @@ double bench_best_time(int reps, F f) {
   return best;
 }
 
-// Best rate of the branch's register-only peak loop over a few tenths of a
-// second, in flop/s.
+// Best rate of the branch's register-only peak loop over a few short
+// windows, in flop/s.
 double bench_peak(const BenchBranch& br);
 
-// Best rate of the branch's one-thread DGEMM, op(A) m by k times op(B) k by
-// n with beta 1, on random operands with the smallest leading dimensions,
-// in flop/s.
-double bench_dgemm_rate(const BenchBranch& br, char ta, char tb, int m, int n, int k, int reps);
+// Rate of the branch's peak loop over one window of about `flops` flops.
+double bench_peak_window(const BenchBranch& br, double flops);
+
+// A rate and the peak it is set against, in flop/s.
+struct BenchRate {
+  double rate;
+  double peak;
+};
+
+// Times `reps` calls of f, each of `flops` flops, with a window of the peak
+// loop of the same flops before and after each call; each call is set
+// against the mean of the two windows beside it, and the call with the best
+// ratio is returned. The clock of this machine moves by up to 15 % within a
+// second: the best of a few short peak windows catches a high moment that a
+// call of seconds cannot, and understates every ratio by several points.
+template <class F>
+BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f) {
+  BenchRate best = {0.0, 0.0};
+  double before = bench_peak_window(br, flops);
+  for (int r = 0; r < reps; ++r) {
+    const double t0 = bench_thread_seconds();
+    f();
+    const double dt = bench_thread_seconds() - t0;
+    const double after = bench_peak_window(br, flops);
+    const BenchRate now = {dt > 0.0 ? flops / dt : 0.0, 0.5 * (before + after)};
+    if (best.peak == 0.0 || now.rate * best.peak > best.rate * now.peak) best = now;
+    before = after;
+  }
+  return best;
+}
+
+// Operands of the benchmark: from the system's own allocator, so that large
+// ones lie on huge pages as the solver's matrix does.
+class BenchBuffer {
+ public:
+  explicit BenchBuffer(size_t count);
+  ~BenchBuffer();
+  BenchBuffer(const BenchBuffer&) = delete;
+  BenchBuffer& operator=(const BenchBuffer&) = delete;
+  double* data() const { return data_; }
+  size_t size() const { return size_; }
+
+ private:
+  double* data_;
+  size_t size_;
+};
+
+// The branch's one-thread DGEMM, op(A) m by k times op(B) k by n with beta 1,
+// on random operands with the smallest leading dimensions, against the peak
+// (see bench_bracketed).
+BenchRate bench_dgemm_rate(const BenchBranch& br, char ta, char tb, int m, int n, int k,
+                           int reps);
 
 // Values in [-0.5, 0.5) from a fixed seed.
-void bench_fill(std::vector<double>& v, unsigned seed);
+void bench_fill(double* v, size_t count, unsigned seed);
+inline void bench_fill(std::vector<double>& v, unsigned seed) { bench_fill(v.data(), v.size(), seed); }
 
 // The trsm and dgemv rows (bench_trsm.cpp, bench_dgemv.cpp): each prints its
 // own table and returns its headline rate in flop/s.

@@ -50,7 +50,7 @@ double bench_dgemv(const BenchBranch& branch, int m, int n, int reps) {
   }
   m &= ~1;  // the copy moves two equal halves of the matrix
 
-  const double gemm = bench_dgemm_rate(*br, 'N', 'N', kGemmOrder, kGemmOrder, kGemmOrder, reps);
+  const double gemm = bench_dgemm_rate(*br, 'N', 'N', kGemmOrder, kGemmOrder, kGemmOrder, reps).rate;
 
   std::vector<double> a(static_cast<size_t>(m) * n), x(m > n ? m : n), y(m > n ? m : n);
   bench_fill(a, 4);

@@ -56,7 +56,7 @@ double best_trsm(const BenchBranch& br, char uplo, char diag, int m, int n, int 
 // Prints the two solves against DGEMM and the peak; returns the slower
 // solve's rate in flop/s.
 double bench_trsm(const BenchBranch& br, int m, int n, int reps) {
-  const double gemm = bench_dgemm_rate(br, 'N', 'N', m, n, m, reps);
+  const double gemm = bench_dgemm_rate(br, 'N', 'N', m, n, m, reps).rate;
   const double lower_unit = best_trsm(br, 'L', 'U', m, n, reps);
   const double upper_nonunit = best_trsm(br, 'U', 'N', m, n, reps);
   const double peak = bench_peak(br);
