@@ -380,23 +380,97 @@ void d_generic_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_mat
   if (bufs == &own) own.free_bufs(&own);
 }
 
-// Mode 4: the A buffer of the shared buffers is packed already (by another
-// thread, with copy_a over all K), holding op(A) times alpha for the whole
-// product, which must then lie within one row block and one depth block; B
-// is packed here. Without
-// shared buffers, or with a larger product, it is the full driver.
+// ---- Packed A set (mode 4) ---------------------------------------------------------
+// op(A) times alpha for a whole product of M rows and K depth, packed once
+// (by the members of a team, each a share of the row panels) and read by
+// any number of products after. With kc the depth block (that of
+// gemm_block_sizes for K: it depends on K alone) and Mp = M rounded up to
+// m_unroll, the depth block starting at p0, of d = min(kc, K - p0) slices,
+// starts at p0 * Mp; within it the row panels follow one another, the panel
+// of rows i to i + m_unroll - 1 at i * d, each d slices of m_unroll values,
+// zero-padded below row M. So each row block of mc rows inside a depth block
+// is exactly the A buffer the blocked driver packs for it (panel stride
+// m_unroll * d), and a set of one depth block (K <= kc) is the single A
+// buffer that mode 4 always took. Element (i, p) of the set is at
+//   p0 * Mp + (i - i % m_unroll) * d + (p - p0) * m_unroll + i % m_unroll.
+// In a blas_buffers record the set is described by a_desc: pointer, kc the
+// depth block, block the rows M of the set, kc_rounded its depth K; a
+// product's A may start at any row panel of the set (the A matrix's
+// row_offset).
+
+template <class D>
+size_t dgemm_aset_doubles(int m, int k) {
+  return (size_t)gemm_round_up(m, D::Packed::mr) * (size_t)k;
+}
+
+// First panel of the rows from `row` (a multiple of m_unroll) in the depth
+// block that starts at p0, in the set of an m by k op(A) with depth block kc.
+template <class D>
+double* dgemm_aset_panel(double* set, int m, int k, int kc, int row, int p0) {
+  const int d = gemm_min(kc, k - p0);
+  return set + (ptrdiff_t)p0 * gemm_round_up(m, D::Packed::mr) + (ptrdiff_t)row * d;
+}
+
+// Packs rows [row0, row0 + rows) of op(A) times alpha into the set of the m
+// by k op(A) at a, row0 a multiple of m_unroll. Members of a team call it on
+// disjoint row ranges of the same set.
+template <class D>
+void dgemm_pack_a_set(bool ta, int m, int k, int kc, const double* a, int lda, double alpha,
+                      double* set, int row0, int rows) {
+  // Loop over the depth, kc at a time.
+  for (int p0 = 0; p0 < k; p0 += kc) {
+    const int d = gemm_min(kc, k - p0);
+    const double* src = ta ? a + p0 + (ptrdiff_t)row0 * lda : a + row0 + (ptrdiff_t)p0 * lda;
+    double* dst = dgemm_aset_panel<D>(set, m, k, kc, row0, p0);
+    if (ta)
+      dgemm_copya<D, true>(rows, d, src, lda, alpha, dst);
+    else
+      dgemm_copya<D, false>(rows, d, src, lda, alpha, dst);
+  }
+}
+
+// Mode 4: the A of the product is a packed A set (the shared buffers'
+// a_desc, see above) filled beforehand, by another thread or by a team;
+// only B is packed here, into the shared B buffer or, if there is none, a
+// buffer of its own. Without a set that covers the product (rows from the
+// A matrix's row_offset, a whole row panel, the set's depth or one block)
+// it is the full driver on buffers of its own: a set is never used as
+// scratch, another product may still read it.
+//
+// The loops run depth block, column block, rows: A is packed already, so
+// nothing favours the row block outermost, and this way each B block is
+// packed once and not once per row block.
 template <class D>
 void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* b,
                          blas_matrix* c, blas_buffers* shared_buffers, blas_kernel_info* info) {
   using R = typename D::Packed;
   const BlasOperands o = blas_operands(a, b, c);
-  if (shared_buffers == nullptr || shared_buffers->a_desc.pointer == nullptr ||
-      shared_buffers->b_desc.pointer == nullptr || o.m > shared_buffers->mc ||
-      o.k > shared_buffers->kc) {
-    d_generic_fullacopybcopy<D>(op, a, b, c, shared_buffers, info);
+  if (o.m < 1 || o.n < 1) return;
+  const blas_pack_desc* ad = shared_buffers ? &shared_buffers->a_desc : nullptr;
+  const int row0 = a->row_offset;
+  const bool one_block = ad != nullptr && o.k <= ad->kc;
+  const int kc = one_block ? o.k : ad != nullptr ? ad->kc : 0;
+  const bool covered = ad != nullptr && ad->pointer != nullptr && row0 >= 0 &&
+                       row0 % R::mr == 0 && row0 + o.m <= ad->block && kc >= 1 &&
+                       kc <= shared_buffers->kc && shared_buffers->nc >= 1 &&
+                       (one_block || o.k == ad->kc_rounded);
+  if (!covered) {
+    d_generic_fullacopybcopy<D>(op, a, b, c, nullptr, info);
     return;
   }
-  if (o.m < 1 || o.n < 1) return;
+  blas_buffers own = *shared_buffers;
+  double* bbuf = shared_buffers->b_desc.pointer;
+  const bool own_b = bbuf == nullptr;
+  if (own_b) {
+    own.buffer_kind = kGemmBuffersBOnly;
+    own.threads = 1;
+    dgemm_get_bufs<D>(&own);
+    if (own.raw == nullptr) {
+      d_generic_fullacopybcopy<D>(op, a, b, c, nullptr, info);
+      return;
+    }
+    bbuf = own.b_desc.pointer;
+  }
   double beta = op->beta;
   if (beta != 1.0 && beta != 0.0) {
     info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
@@ -404,13 +478,37 @@ void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* 
   }
   if (op->alpha == 0.0 || o.k < 1) {
     if (beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
-    return;
+  } else {
+    const int nc = shared_buffers->nc;
+    // Whole row panels per row block, so that each block starts on a panel.
+    const int mc = shared_buffers->mc >= R::mr ? shared_buffers->mc / R::mr * R::mr
+                                               : gemm_round_up(o.m, R::mr);
+    // Loop over the depth, kc at a time; only the first block sees beta 0.
+    for (int pc = 0; pc < o.k; pc += kc) {
+      const int kcur = gemm_min(kc, o.k - pc);
+      const bool b0 = beta == 0.0 && pc == 0;
+      const double* aset = dgemm_aset_panel<D>(ad->pointer, ad->block, o.k, kc, row0, pc);
+      // Loop over the columns of C, nc at a time; pack B here.
+      for (int jc = 0; jc < o.n; jc += nc) {
+        const int ncur = gemm_min(nc, o.n - jc);
+        gemm_pack_b_block<R>(o.tb, kcur, ncur, o.b, o.ldb, pc, jc, bbuf);
+        // Loop over the rows of C, mc at a time.
+        for (int ic = 0; ic < o.m; ic += mc) {
+          const int mcur = gemm_min(mc, o.m - ic);
+          double* cblock = o.c + ic + (ptrdiff_t)jc * o.ldc;
+          // Loop over the rows of the block, mr at a time.
+          for (int ir = 0; ir < mcur; ir += R::mr) {
+            const int rows = gemm_min(R::mr, mcur - ir);
+            const double* ap = aset + (ptrdiff_t)(ic + ir) * kcur;
+            const bool more = ir + R::mr < mcur;
+            gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, o.ldc, b0,
+                                      more ? ap + (ptrdiff_t)R::mr * kcur : nullptr, more);
+          }
+        }
+      }
+    }
   }
-  // One depth block of exactly K: the A panels were packed K deep.
-  const GemmBlocks s = {shared_buffers->mc, shared_buffers->nc, o.k};
-  gemm_packed_loops<R>(kGemmLoopOrderRowsFirst, o.ta, o.tb, o.m, o.n, o.k, op->alpha, o.a,
-                       o.lda, o.b, o.ldb, beta == 0.0, o.c, o.ldc, s,
-                       shared_buffers->a_desc.pointer, shared_buffers->b_desc.pointer, true);
+  if (own_b) dgemm_free_bufs<D>(&own);
 }
 
 template <class D>
