@@ -43,10 +43,16 @@ typedef void tarn_xdgemm_fn(const char* transa, const char* transb, const int* m
                             const double* b, const int* ldb, const double* beta, double* c,
                             const int* ldc);
 
-// DGEMM for one member of an LU thread team. `team` is the team's shared GEMM
-// record, `ithr` the member's rank, `mode` the team mode word (0 allocate the
-// shared pack state, 1 pack, 2 multiply, 4 free). Returns 0 on success; the
-// empty entry of a branch without it returns -1 and does nothing.
+// DGEMM for one member of an LU thread team; every member of the team calls
+// it. `team` is the team's GEMM record (tarn_gemm_record, lapack/lu_team.h:
+// members, barrier, shared pack ring, slot), `ithr` the member's rank,
+// `mode` the mode word: 0 allocate the ring (each slot an m by k packed A),
+// 1 pack op(A)*alpha into the record's slot, 2 C := alpha*op(A)*op(B) +
+// beta*C split by C's rows, multiplying from the slot when it holds this A
+// (else, and without a ring, through the one-thread GEMM), 4 free the ring
+// (one caller). Returns 0 on success, non-zero when the ring cannot be had
+// (mode 0) or cannot take the block (mode 1); the empty entry of a branch
+// without it returns -1 and does nothing.
 typedef int tarn_xdgemm_internal_team_fn(const char* transa, const char* transb, const int* m,
                                          const int* n, const int* k, const double* alpha,
                                          const double* a, const int* lda, const double* b,

@@ -585,11 +585,13 @@ void dgemm_run_with_strategy(const char* transa, const char* transb, int m, int 
 
 }  // namespace
 
+// The team entry of the LU's teams, built on the drivers above.
+#include "kernels/generic/gemm_team.h"
+
 // The descriptor services of one branch (avx2, avx512) on its record Desc:
 // strategy from a thread plan, kernel information, buffers, the
-// strategy-driven one-thread product, and the team entry. The team entry
-// (shared packing among the members of an LU team) is not built: it
-// declines, and the caller keeps to its path without it.
+// strategy-driven one-thread product, and the team entry (shared packing of
+// L among the members of an LU team, gemm_team.h).
 #define TARN_GEMM_DESCRIPTOR_SERVICES(br, Desc)                                                   \
   extern "C" void tarn_blas_##br##_dgemm_map_thread_to_kernel(const gemm_thread_opts* opts,       \
                                                               blas_strategy* strategy) {          \
@@ -612,9 +614,4 @@ void dgemm_run_with_strategy(const char* transa, const char* transb, int m, int 
                                   *ldc, strategy);                                                \
     _mm256_zeroupper();                                                                           \
   }                                                                                               \
-  extern "C" int tarn_blas_##br##_xdgemm_internal_team(                                           \
-      const char*, const char*, const int*, const int*, const int*, const double*, const double*, \
-      const int*, const double*, const int*, const double*, double*, const int*, void*,           \
-      const int*, const int*) {                                                                   \
-    return -1;                                                                                    \
-  }
+  TARN_GEMM_TEAM_ENTRY(br, Desc)
