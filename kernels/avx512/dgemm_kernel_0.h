@@ -40,6 +40,7 @@
 
 #include <immintrin.h>
 
+#include "kernels/avx512/dgemm_panel_kernel.h"
 #include "kernels/generic/gemm_microkernel.h"
 #include "kernels/generic/gemm_nocopy.h"
 
@@ -104,6 +105,21 @@ struct Avx512Gemm {
   __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
                                                   double* c, int ldc, const GemmPrefetch& pf) {
     avx512_dgemm_tile<true>(kc, a, b, c, ldc, pf);
+  }
+  // Whole tiles of one full panel: the assembly walk of dgemm_panel_kernel.
+  static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
+                    int ntiles, const double* next_a, int a_lines_per_tile) {
+    Avx512PanelArgs args;
+    args.a = a;
+    args.b = b;
+    args.c = c;
+    args.ldc_bytes = ldc * (int)sizeof(double);
+    args.kc = kc;
+    args.ntiles = ntiles;
+    args.b0 = b0 ? 1 : 0;
+    args.a_next = next_a;
+    args.a_next_lines = next_a ? a_lines_per_tile : 0;
+    tarn_avx512_dgemm_panel(&args);
   }
 };
 

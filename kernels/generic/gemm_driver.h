@@ -196,6 +196,16 @@ void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc,
 // m=n=4000 ran at 50 to 56 % on avx512), and its share of the next A panel
 // (next_a, null when there is none yet: on the later column blocks the A
 // panels come back from the outer caches).
+//
+// A record with a panel routine (panel(kc, a, b, c, ldc, b0, ntiles, next_a,
+// a_lines_per_tile)) runs the whole tiles of a full-height panel through
+// it, the walk and its prefetches included; the loop below then does only
+// a last, narrower tile.
+template <class R>
+concept GemmHasPanelRoutine = requires(const double* p, double* q) {
+  R::panel(0, p, p, q, 0, false, 0, p, 0);
+};
+
 template <class R>
 void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
                             const double* bblock, double* c, int ldc, bool b0,
@@ -205,11 +215,19 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
   const int ntiles = (ncols + R::nr - 1) / R::nr;
   const int a_lines = next_a ? (R::mr * kc * (int)sizeof(double) + kLine - 1) / kLine : 0;
   const int a_lines_per_tile = (a_lines + ntiles - 1) / ntiles;
+  int first = 0;
+  if constexpr (GemmHasPanelRoutine<R>) {
+    if (rows == R::mr && ncols >= R::nr) {
+      first = ncols / R::nr;
+      R::panel(kc, apanel, bblock, c, ldc, b0, first, next_a, a_lines_per_tile);
+      if (first == ntiles) return;
+    }
+  }
   GemmPrefetch pf;
   pf.ldc = ldc;
   pf.a = next_a;
   // Loop over the columns of the B block, nr at a time.
-  for (int jr = 0, t = 0; jr < ncols; jr += R::nr, ++t) {
+  for (int jr = first * R::nr, t = first; jr < ncols; jr += R::nr, ++t) {
     const int cols = gemm_min(R::nr, ncols - jr);
     const double* bpanel = bblock + (ptrdiff_t)jr * kc;
     double* ct = c + (ptrdiff_t)jr * ldc;

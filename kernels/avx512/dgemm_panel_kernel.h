@@ -1,0 +1,30 @@
+// The avx512 macro-kernel: one packed A panel (8 rows) against a run of
+// whole packed B panels (7 columns each), the walk over the tiles and the
+// updates of C in one assembly routine (dgemm_panel_kernel.cpp). Only the
+// avx512 kernel files include this header and call it.
+#pragma once
+
+extern "C" {
+
+// Arguments of tarn_avx512_dgemm_panel, read once per call. The offsets of
+// the fields are fixed in the routine; keep the order.
+struct Avx512PanelArgs {
+  const double* a;       // packed A panel: kc slices of 8 rows
+  const double* b;       // ntiles packed B panels, kc slices of 7, one after the other
+  double* c;             // top-left element of the first tile
+  int ldc_bytes;         // column stride of C in bytes
+  int kc;                // depth, at least 1
+  int ntiles;            // tiles of 8 by 7, at least 1
+  int b0;                // non-zero: store the product, C is not read
+  const double* a_next;  // where to walk level-2 prefetches (the next A panel)
+  int a_next_lines;      // lines of it each tile fetches, one per eight k steps
+};
+
+// C(8 x 7*ntiles) (+)= A panel * B panels. Each tile fetches the C of the
+// tile two places on into the first-level cache during its first 56 k
+// steps (past the last tile: the same columns eight rows down, the next
+// panel's first tiles), then its share of the next A panel into the
+// second-level cache.
+void tarn_avx512_dgemm_panel(const Avx512PanelArgs* args);
+
+}  // extern "C"
