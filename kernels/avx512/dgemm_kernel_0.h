@@ -40,6 +40,7 @@
 
 #include <immintrin.h>
 
+#include "kernels/avx512/dgemm_pack.h"
 #include "kernels/avx512/dgemm_panel_kernel.h"
 #include "kernels/generic/gemm_microkernel.h"
 #include "kernels/generic/gemm_nocopy.h"
@@ -106,20 +107,63 @@ struct Avx512Gemm {
                                                   double* c, int ldc, const GemmPrefetch& pf) {
     avx512_dgemm_tile<true>(kc, a, b, c, ldc, pf);
   }
-  // Whole tiles of one full panel: the assembly walk of dgemm_panel_kernel.
+  // Whole tiles of one full panel: the assembly walk of dgemm_panel_kernel,
+  // at most kPanelTilesPerCall tiles a call. Each tile fetches its share of
+  // the next A panel into the second-level cache: of the packed panel, or,
+  // before it is packed, of its source (a line for each k of a row panel
+  // of A; a run of lines along a row of A, transposed).
+  static constexpr int kPanelTilesPerCall = 32;
   static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
-                    int ntiles, const double* next_a, int a_lines_per_tile) {
+                    int ntiles, int ntiles_all, const double* next_a, const GemmNextSource* src) {
+    constexpr int kLine = 64;
+    constexpr int kRowsOfSource = 8;
+    const char* starts[kPanelTilesPerCall];
     Avx512PanelArgs args;
     args.a = a;
-    args.b = b;
-    args.c = c;
     args.ldc_bytes = ldc * (int)sizeof(double);
     args.kc = kc;
-    args.ntiles = ntiles;
     args.b0 = b0 ? 1 : 0;
-    args.a_next = next_a;
-    args.a_next_lines = next_a ? a_lines_per_tile : 0;
-    tarn_avx512_dgemm_panel(&args);
+    args.pf_starts = nullptr;
+    args.pf_stride = kLine;
+    args.pf_count = 0;
+    const int nlist = gemm_min(ntiles_all, kPanelTilesPerCall);
+    if (next_a != nullptr) {
+      // kc lines of the packed panel, in order.
+      args.pf_count = (kc + nlist - 1) / nlist;
+      for (int t = 0; t < nlist; ++t)
+        starts[t] = reinterpret_cast<const char*>(next_a) +
+                    (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * kLine;
+    } else if (src != nullptr && !src->ta) {
+      // One line per k, lda apart.
+      args.pf_count = (kc + nlist - 1) / nlist;
+      args.pf_stride = src->lda * (int)sizeof(double);
+      for (int t = 0; t < nlist; ++t)
+        starts[t] = reinterpret_cast<const char*>(
+            src->a + (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * src->lda);
+    } else if (src != nullptr) {
+      // Eight rows of kc values each; a tile takes a run along one row.
+      const int row_lines = (kc * (int)sizeof(double) + kLine - 1) / kLine + 1;
+      args.pf_count = (kRowsOfSource * row_lines + nlist - 1) / nlist;
+      const int runs_per_row = (row_lines + args.pf_count - 1) / args.pf_count;
+      for (int t = 0; t < nlist; ++t) {
+        const int row = gemm_min(t / runs_per_row, kRowsOfSource - 1);
+        const int run = t / runs_per_row < kRowsOfSource ? t % runs_per_row : runs_per_row - 1;
+        starts[t] = reinterpret_cast<const char*>(src->a + (ptrdiff_t)row * src->lda) +
+                    (ptrdiff_t)run * args.pf_count * kLine;
+      }
+    }
+    if (args.pf_count > 0) args.pf_starts = starts;
+    // Loop over the tiles, kPanelTilesPerCall at a time.
+    for (int t0 = 0; t0 < ntiles; t0 += kPanelTilesPerCall) {
+      args.b = b + (ptrdiff_t)t0 * nr * kc;
+      args.c = c + (ptrdiff_t)t0 * nr * ldc;
+      args.ntiles = gemm_min(kPanelTilesPerCall, ntiles - t0);
+      tarn_avx512_dgemm_panel(&args);
+    }
+  }
+  static void pack_a_panel(bool ta, int rows, int kc, const double* a, int lda, double alpha,
+                           double* dst) {
+    avx512_pack_a_panel(ta, rows, kc, a, lda, alpha, dst);
   }
 };
 

@@ -13,6 +13,16 @@
 // zmm7 the A values of the current k. The B values are broadcast memory
 // operands. Accumulators are cleared after each update by a zeroing idiom,
 // so the next tile's multiply-adds do not wait on the stores of the last.
+//
+// C: each tile fetches, during its first 56 k steps, the C lines of the
+// tile two places on into the first-level cache, and the same columns two
+// row panels (16 rows) further down into the second-level cache, so that
+// those come from there and not from memory when their turn comes.
+// Measured on the walk of 166 A panels against one B block of 28 panels
+// (depth 384), C a fresh 4000-row matrix block each time, best of 150 runs
+// against the best peak window: 78.7 % without the second-level fetch,
+// 79.9 % fetching 32 rows down, 80.7 % 16 rows down, 80.6 % with C held in
+// cache.
 #include "kernels/avx512/dgemm_panel_kernel.h"
 
 #include <cstddef>
@@ -20,14 +30,16 @@
 static_assert(offsetof(Avx512PanelArgs, a) == 0 && offsetof(Avx512PanelArgs, b) == 4 &&
                   offsetof(Avx512PanelArgs, c) == 8 && offsetof(Avx512PanelArgs, ldc_bytes) == 12 &&
                   offsetof(Avx512PanelArgs, kc) == 16 && offsetof(Avx512PanelArgs, ntiles) == 20 &&
-                  offsetof(Avx512PanelArgs, b0) == 24 && offsetof(Avx512PanelArgs, a_next) == 28 &&
-                  offsetof(Avx512PanelArgs, a_next_lines) == 32,
+                  offsetof(Avx512PanelArgs, b0) == 24 && offsetof(Avx512PanelArgs, pf_starts) == 28 &&
+                  offsetof(Avx512PanelArgs, pf_stride) == 32 &&
+                  offsetof(Avx512PanelArgs, pf_count) == 36,
               "the routine reads the arguments at these offsets");
 
 // Stack frame after the four saved registers and 48 bytes of locals:
 //   0 tiles left   4 A panel start   8 C prefetch loop count   12 A prefetch loop count
-//   16 plain loop count   20 single steps   24 A prefetch pointer   28 b0
+//   16 plain loop count   20 single steps   24 next prefetch start   28 b0
 //   32 end of the C block   36 distance from a past-the-end prefetch to the next rows
+//   40 prefetch stride
 __asm__(R"(
   .pushsection .text
   .macro TARN512_STEP s
@@ -91,12 +103,18 @@ tarn_avx512_dgemm_panel:
   cmovbl %ecx, %edx
   movl %edx, 8(%esp)
   subl %edx, %ecx
-  movl 32(%eax), %edx
+  movl 36(%eax), %edx
+  cmpl $0, 28(%eax)
+  jne 1f
+  xorl %edx, %edx
+1:
   cmpl %edx, %ecx
   cmovbl %ecx, %edx
   movl %edx, 12(%esp)
   subl %edx, %ecx
   movl %ecx, 16(%esp)
+  movl 32(%eax), %esi
+  movl %esi, 40(%esp)
   movl 12(%eax), %esi
   leal (%esi,%esi,2), %edi
   movl 20(%eax), %ecx
@@ -125,6 +143,7 @@ tarn_avx512_dgemm_panel:
 .Ltarn512_c_loop:
   prefetcht0 (%ebp)
   prefetcht0 63(%ebp)
+  prefetcht1 128(%ebp)
   addl %esi, %ebp
   TARN512_EIGHT
   decl %ecx
@@ -134,14 +153,15 @@ tarn_avx512_dgemm_panel:
   testl %ecx, %ecx
   jz .Ltarn512_a_done
   movl 24(%esp), %ebp
+  addl $4, 24(%esp)
+  movl (%ebp), %ebp
   .p2align 4
 .Ltarn512_a_loop:
   prefetcht1 (%ebp)
-  addl $64, %ebp
+  addl 40(%esp), %ebp
   TARN512_EIGHT
   decl %ecx
   jnz .Ltarn512_a_loop
-  movl %ebp, 24(%esp)
 .Ltarn512_a_done:
   movl 16(%esp), %ecx
   testl %ecx, %ecx

@@ -16,15 +16,17 @@ struct Avx512PanelArgs {
   int kc;                // depth, at least 1
   int ntiles;            // tiles of 8 by 7, at least 1
   int b0;                // non-zero: store the product, C is not read
-  const double* a_next;  // where to walk level-2 prefetches (the next A panel)
-  int a_next_lines;      // lines of it each tile fetches, one per eight k steps
+  const char* const* pf_starts;  // per tile, where its level-2 prefetches start, or null
+  int pf_stride;                 // bytes from one prefetch to the next
+  int pf_count;                  // prefetches per tile, one per eight k steps
 };
 
 // C(8 x 7*ntiles) (+)= A panel * B panels. Each tile fetches the C of the
 // tile two places on into the first-level cache during its first 56 k
 // steps (past the last tile: the same columns eight rows down, the next
-// panel's first tiles), then its share of the next A panel into the
-// second-level cache.
+// panel's first tiles), then pf_count lines from pf_starts[t] on, pf_stride
+// apart, into the second-level cache: the next A panel, packed or still in
+// the caller's matrix.
 void tarn_avx512_dgemm_panel(const Avx512PanelArgs* args);
 
 }  // extern "C"

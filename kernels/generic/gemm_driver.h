@@ -197,19 +197,29 @@ void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc,
 // (next_a, null when there is none yet: on the later column blocks the A
 // panels come back from the outer caches).
 //
-// A record with a panel routine (panel(kc, a, b, c, ldc, b0, ntiles, next_a,
-// a_lines_per_tile)) runs the whole tiles of a full-height panel through
-// it, the walk and its prefetches included; the loop below then does only
-// a last, narrower tile.
+// A record with a panel routine (panel(kc, a, b, c, ldc, b0, ntiles,
+// ntiles_all, next_a, next_src)) runs the whole tiles of a full-height
+// panel through it, the walk and its prefetches included; the loop below
+// then does only a last, narrower tile. Such a routine can also fetch the
+// source of a next panel that is still to be packed (next_src, from the
+// packed driver's first column block): the copy that follows then reads
+// it from the second-level cache.
+struct GemmNextSource {
+  bool ta;          // op(A) is A transposed
+  const double* a;  // first element of the next panel's rows of op(A)
+  int lda;
+};
+
 template <class R>
-concept GemmHasPanelRoutine = requires(const double* p, double* q) {
-  R::panel(0, p, p, q, 0, false, 0, p, 0);
+concept GemmHasPanelRoutine = requires(const double* p, double* q, const GemmNextSource* s) {
+  R::panel(0, p, p, q, 0, false, 0, 0, p, s);
 };
 
 template <class R>
 void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
                             const double* bblock, double* c, int ldc, bool b0,
-                            const double* next_a, bool next_rows = false) {
+                            const double* next_a, bool next_rows = false,
+                            const GemmNextSource* next_src = nullptr) {
   constexpr int kLine = 64;
   constexpr int kCAhead = 2;
   const int ntiles = (ncols + R::nr - 1) / R::nr;
@@ -219,9 +229,11 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
   if constexpr (GemmHasPanelRoutine<R>) {
     if (rows == R::mr && ncols >= R::nr) {
       first = ncols / R::nr;
-      R::panel(kc, apanel, bblock, c, ldc, b0, first, next_a, a_lines_per_tile);
+      R::panel(kc, apanel, bblock, c, ldc, b0, first, ntiles, next_a, next_src);
       if (first == ntiles) return;
     }
+  } else {
+    (void)next_src;
   }
   GemmPrefetch pf;
   pf.ldc = ldc;
@@ -259,7 +271,8 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
   }
 }
 
-// Packs the column block [j0, j0+ncols) x depth [p0, p0+kc) of op(B).
+// Packs the column block [j0, j0+ncols) x depth [p0, p0+kc) of op(B), with
+// the record's own panel copy (pack_b_panel, same format) if it has one.
 template <class R>
 void gemm_pack_b_block(bool tb, int kc, int ncols, const double* b, int ldb, int p0, int j0,
                        double* bbuf) {
@@ -268,13 +281,33 @@ void gemm_pack_b_block(bool tb, int kc, int ncols, const double* b, int ldb, int
     const int cols = gemm_min(R::nr, ncols - jr);
     const int j = j0 + jr;
     const double* src = tb ? b + j + (ptrdiff_t)p0 * ldb : b + p0 + (ptrdiff_t)j * ldb;
-    gemm_pack_b_panel<R::nr>(tb, kc, cols, src, ldb, bbuf + (ptrdiff_t)jr * kc);
+    if constexpr (requires { R::pack_b_panel(tb, kc, cols, src, ldb, bbuf); })
+      R::pack_b_panel(tb, kc, cols, src, ldb, bbuf + (ptrdiff_t)jr * kc);
+    else
+      gemm_pack_b_panel<R::nr>(tb, kc, cols, src, ldb, bbuf + (ptrdiff_t)jr * kc);
   }
 }
 
 template <class R>
 const double* gemm_a_source(bool ta, const double* a, int lda, int i, int p) {
   return ta ? a + p + (ptrdiff_t)i * lda : a + i + (ptrdiff_t)p * lda;
+}
+
+// The A copy of a record: its own (pack_a_panel, same format) if it has one.
+template <class R>
+void gemm_pack_a_panel_of(bool ta, int rows, int kc, const double* a, int lda, double alpha,
+                          double* dst) {
+  if constexpr (requires { R::pack_a_panel(ta, rows, kc, a, lda, alpha, dst); })
+    R::pack_a_panel(ta, rows, kc, a, lda, alpha, dst);
+  else
+    gemm_pack_a_panel<R::mr>(ta, rows, kc, a, lda, alpha, dst);
+}
+
+// What a panel's kernel may fetch of the next panel's source while that one
+// is still to be packed: its rows of op(A), when there is a next panel.
+template <class R>
+GemmNextSource gemm_next_source(bool ta, const double* a, int lda, int next_row, int p) {
+  return GemmNextSource{ta, gemm_a_source<R>(ta, a, lda, next_row, p), lda};
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
@@ -306,13 +339,15 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
           for (int ir = 0; ir < mcur; ir += R::mr) {
             const int rows = gemm_min(R::mr, mcur - ir);
             double* ap = abuf + (ir / R::mr) * a_panel;
-            if (jc == 0 && !a_prepacked)
-              gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
-                                       lda, alpha, ap);
-            const bool a_ready = jc > 0 || a_prepacked;
-            const double* next_a = a_ready && ir + R::mr < mcur ? ap + a_panel : nullptr;
+            const bool pack_now = jc == 0 && !a_prepacked;
+            if (pack_now)
+              gemm_pack_a_panel_of<R>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
+                                      lda, alpha, ap);
+            const bool more = ir + R::mr < mcur;
+            const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
+            const GemmNextSource src = gemm_next_source<R>(ta, a, lda, ic + ir + R::mr, pc);
             gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
-                                      ir + R::mr < mcur);
+                                      more, pack_now && more ? &src : nullptr);
           }
         }
       }
@@ -329,9 +364,9 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
       if (loop_order == kGemmLoopOrderDepthFirstWholeA && !a_prepacked) {
         // Loop over the rows of the block, mr at a time: all of A first.
         for (int ir = 0; ir < mcur; ir += R::mr)
-          gemm_pack_a_panel<R::mr>(ta, gemm_min(R::mr, mcur - ir), kcur,
-                                   gemm_a_source<R>(ta, a, lda, ic + ir, pc), lda, alpha,
-                                   abuf + (ir / R::mr) * a_panel);
+          gemm_pack_a_panel_of<R>(ta, gemm_min(R::mr, mcur - ir), kcur,
+                                  gemm_a_source<R>(ta, a, lda, ic + ir, pc), lda, alpha,
+                                  abuf + (ir / R::mr) * a_panel);
       }
       // Loop over the columns of C, nc at a time; pack B here.
       for (int jc = 0; jc < n; jc += s.nc) {
@@ -342,14 +377,16 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
         for (int ir = 0; ir < mcur; ir += R::mr) {
           const int rows = gemm_min(R::mr, mcur - ir);
           double* ap = abuf + (ir / R::mr) * a_panel;
-          if (jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA && !a_prepacked)
-            gemm_pack_a_panel<R::mr>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
-                                     lda, alpha, ap);
-          const bool a_ready =
-              jc > 0 || loop_order == kGemmLoopOrderDepthFirstWholeA || a_prepacked;
-          const double* next_a = a_ready && ir + R::mr < mcur ? ap + a_panel : nullptr;
+          const bool pack_now =
+              jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA && !a_prepacked;
+          if (pack_now)
+            gemm_pack_a_panel_of<R>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
+                                    lda, alpha, ap);
+          const bool more = ir + R::mr < mcur;
+          const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
+          const GemmNextSource src = gemm_next_source<R>(ta, a, lda, ic + ir + R::mr, pc);
           gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
-                                    ir + R::mr < mcur);
+                                    more, pack_now && more ? &src : nullptr);
         }
       }
     }
