@@ -165,6 +165,10 @@ struct Avx512Gemm {
                            double* dst) {
     avx512_pack_a_panel(ta, rows, kc, a, lda, alpha, dst);
   }
+  static_assert(nr == kPackCols, "the B copy of dgemm_pack.h fills panels of nr columns");
+  static void pack_b_panel(bool tb, int kc, int cols, const double* b, int ldb, double* dst) {
+    avx512_pack_b_panel(tb, kc, cols, b, ldb, dst);
+  }
 };
 
 struct Avx512GemmNocopy : Avx512Gemm {

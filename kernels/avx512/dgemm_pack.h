@@ -1,6 +1,7 @@
-// The A copy of the avx512 packed GEMM in 512-bit registers: the same
-// format as gemm_pack_a_panel (k-major, 8 rows per k, times alpha), which
-// it falls back to for a panel of fewer than 8 rows.
+// The copies of the avx512 packed GEMM in 512-bit registers: the same
+// formats as gemm_pack_a_panel (k-major, 8 rows per k, times alpha) and
+// gemm_pack_b_panel (k-major, 7 columns per k), which they fall back to for
+// a narrower panel.
 //
 // Measured alone on the 4000 by 4000 operand, depth blocks of 384, one
 // thread: the transposed copy from 31 to 20 ms (the plain loops wrote the
@@ -114,6 +115,62 @@ inline void avx512_pack_a_panel(bool trans, int rows, int kc, const double* a, i
     else
       avx512_pack_a_n<false>(kc, a, lda, alpha, dst);
   }
+}
+
+// Columns of op(B), 7 per panel, into dst[p*7 + j]. Not transposed: 8 k
+// at a time, the 56 packed values are 7 gathers of 8 (the index of packed
+// value e = 8q + l is (e % 7) columns and e / 7 k on). Measured on blocks of
+// 196 by 384 already in the second-level cache: 4.1 ms for the 4000
+// product's 231 blocks, against 10.1 ms for the plain loops and 5.3 ms for
+// 8 by 8 turns in registers with masked stores. Transposed: 7 contiguous
+// values per k, one masked load and store.
+constexpr int kPackCols = 7;
+constexpr __mmask8 kPackColsMask = 0x7f;
+
+struct Avx512GatherIndex {
+  alignas(32) int v[kPackCols][8];
+};
+
+inline void avx512_pack_b_n(int kc, const double* b, int ldb, double* dst) {
+  constexpr int kBlock = 8;
+  Avx512GatherIndex ix;
+  for (int q = 0; q < kPackCols; ++q)
+    for (int l = 0; l < kBlock; ++l) {
+      const int e = kBlock * q + l;
+      ix.v[q][l] = (e % kPackCols) * ldb + e / kPackCols;
+    }
+  const __m512d zero = _mm512_setzero_pd();
+  int p = 0;
+  // Loop over the depth, 8 k at a time.
+  for (; p + kBlock <= kc; p += kBlock) {
+    const double* s = b + p;
+    double* d = dst + (ptrdiff_t)p * kPackCols;
+#pragma GCC unroll 7
+    for (int q = 0; q < kPackCols; ++q) {
+      const __m256i idx = _mm256_load_si256(reinterpret_cast<const __m256i*>(ix.v[q]));
+      _mm512_storeu_pd(d + kBlock * q, _mm512_mask_i32gather_pd(zero, kAllLanes, idx, s, 8));
+    }
+  }
+  // The last k, one at a time.
+  for (; p < kc; ++p)
+    for (int j = 0; j < kPackCols; ++j) dst[p * kPackCols + j] = b[p + j * (ptrdiff_t)ldb];
+}
+
+inline void avx512_pack_b_t(int kc, const double* b, int ldb, double* dst) {
+  // Loop over the depth, one k at a time.
+  for (int p = 0; p < kc; ++p)
+    _mm512_mask_storeu_pd(dst + (ptrdiff_t)p * kPackCols, kPackColsMask,
+                          _mm512_maskz_loadu_pd(kPackColsMask, b + (ptrdiff_t)p * ldb));
+}
+
+inline void avx512_pack_b_panel(bool trans, int kc, int cols, const double* b, int ldb,
+                                double* dst) {
+  if (cols != kPackCols)
+    gemm_pack_b_panel<kPackCols>(trans, kc, cols, b, ldb, dst);
+  else if (trans)
+    avx512_pack_b_t(kc, b, ldb, dst);
+  else
+    avx512_pack_b_n(kc, b, ldb, dst);
 }
 
 }  // namespace
