@@ -141,13 +141,15 @@ struct Avx512Gemm {
         starts[t] = reinterpret_cast<const char*>(
             src->a + (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * src->lda);
     } else if (src != nullptr) {
-      // Eight rows of kc values each; a tile takes a run along one row.
+      // Eight rows of kc values each, the same number of tiles on each row,
+      // each tile a run along its row (tiles past the last row repeat its
+      // last run).
       const int row_lines = (kc * (int)sizeof(double) + kLine - 1) / kLine + 1;
-      args.pf_count = (kRowsOfSource * row_lines + nlist - 1) / nlist;
-      const int runs_per_row = (row_lines + args.pf_count - 1) / args.pf_count;
+      const int tiles_per_row = gemm_max(1, nlist / kRowsOfSource);
+      args.pf_count = (row_lines + tiles_per_row - 1) / tiles_per_row;
       for (int t = 0; t < nlist; ++t) {
-        const int row = gemm_min(t / runs_per_row, kRowsOfSource - 1);
-        const int run = t / runs_per_row < kRowsOfSource ? t % runs_per_row : runs_per_row - 1;
+        const int row = gemm_min(t / tiles_per_row, kRowsOfSource - 1);
+        const int run = t / tiles_per_row < kRowsOfSource ? t % tiles_per_row : tiles_per_row - 1;
         starts[t] = reinterpret_cast<const char*>(src->a + (ptrdiff_t)row * src->lda) +
                     (ptrdiff_t)run * args.pf_count * kLine;
       }
