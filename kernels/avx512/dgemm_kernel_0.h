@@ -8,32 +8,40 @@
 // register is spent on broadcasts. Seven chains of four-cycle latency on two
 // pipes bound the tile at 7/8 of the fused multiply-add peak, against 6/8
 // for the 8 by 6 tile with a broadcast register; eight accumulators cannot
-// be had (a multiply-add needs one multiplicand in a register). Measured
-// here, one thread, against the peak loop of the same run: the tile alone on
-// one packed panel (depth 384) 77 to 81 %; the whole product at m=n=k=3000
-// and 4000, 'N','N' and 'T','N', 64 to 72 % (the machine was shared while
-// measuring; best of several runs). A depth block of 256 or 320 measured
-// the same within that noise; 384 is kept.
+// be had (a multiply-add needs one multiplicand in a register). The walk
+// of a full panel over the B block is the assembly routine of
+// dgemm_panel_kernel.cpp; the compiled tile below does only the last,
+// narrower tile of a block and the panels of fewer than 8 rows.
 //
-// Where the rest goes, measured at m=n=4000, k=1536, 'N','N', the rate of
-// each call against the peak loop run just before and after it (the clock
-// of this machine moves by up to 15 % between runs, so single figures
-// differ by 3 points): the whole product 74-77 %; without the packing
-// (panels left from an earlier call) 78-80 %; with C also held in cache
-// 78-80 %; the tile over 28 packed B panels of depth 128 to 512, one A
-// panel, 82-84 %, and the same loop written wholly in assembly (unrolled
-// by 8, one pointer step per unroll, 64-byte aligned start, no prefetch)
-// 82 %: the compiled loop has no spills and is at 94-96 % of the 7/8 bound.
-// Tried without a gain beyond that noise: depth blocks 128, 192, 256, 320
-// (512: 61 %, the A and B panels no longer share the first-level cache);
-// column blocks 96, 280, 392; row blocks 336 and 1000 (67 and 71 %: B is
-// packed more often); C prefetched 3, 4 or 6 tiles ahead instead of 2; the
-// next A panel prefetched into the first-level cache (74 %); no A-panel
-// prefetch (70-75 %); no C prefetch (60 %); the other loop order,
-// B panel resident and A block in the second-level cache (70 %); the A
-// copy fetching its column lines two panels ahead (no change in
-// bench_blas). Packing costs 35 ms of the 2 s product alone ('T','N' A
-// copy 31 ms, 'N' 22 ms, B 13-24 ms).
+// Measured here, one thread, each figure against the peak loop of the same
+// run (the clock of this machine moves by up to 15 % from one second to the
+// next, so single figures differ by 2-3 points; best of many short runs):
+// - Loops of the tile's instructions alone, operands in the first-level
+//   cache: seven register-only chains 87.5-89 % (the 7/8 bound); seven
+//   chains with broadcast memory operands and a fixed A register 87-90 %;
+//   the same with the A register loaded every k, as the tile must, 81-83 %.
+//   Any rewrite of that register per k costs: a zeroing idiom instead of
+//   the load 83-84 %, one load per two k (not a valid product) 85-87 %.
+//   Other orders of the seven multiply-adds, A and accumulator trading
+//   registers (132 form), a 256-bit or broadcast A load: no gain. This is
+//   the ceiling of the tile on this processor.
+// - The assembly walk: 80-82 % with the panels in cache; over 500 A panels
+//   with C a fresh 4000-row block each time 78.5-81 % (C held in cache
+//   80.5-82 %); the compiled tile with its call per tile was at 74-77 %.
+// - The whole product at m=n=k=4000 (bench_blas): 72-77 % before the
+//   assembly walk, now 'N','N' 77-80 % and 'T','N' 77-78 %. Of its time
+//   98 % is inside the panel routine; without any packing (panels left
+//   from an earlier call) it measured the same within the noise. The rest
+//   of the gap to the walk alone is C coming from memory.
+// Tried without a gain: depth blocks 256 and 320 (the same), 512 and 768
+// (66.0 and 64.9 GF/s against 66.7; at 768 the A panel no longer fits the
+// first-level cache and is read from the second); a walk unrolled by 16
+// (a point slower in cache); C fetched one tile ahead or late in the tile
+// (1-2 points slower), or with prefetchw; column blocks 96, 280, 392, row
+// blocks 336 and 1000 (B packed more often); the other loop order (B panel
+// resident, A block in the second-level cache); the next A panel fetched
+// into the first-level cache. Without the C fetch the product lost a
+// quarter of its rate, without the next-A-panel fetch 2-5 points.
 //
 // Included only by kernels/avx512/*.cpp (anonymous namespace).
 #pragma once
