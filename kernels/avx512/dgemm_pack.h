@@ -57,7 +57,8 @@ inline void avx512_pack_a_t(int kc, const double* a, int lda, double alpha, doub
   for (; p + kBlock <= kc; p += kBlock) {
     const double* s = a + p;
     __m512d r0 = _mm512_loadu_pd(s), r1 = _mm512_loadu_pd(s + lda);
-    __m512d r2 = _mm512_loadu_pd(s + 2 * (ptrdiff_t)lda), r3 = _mm512_loadu_pd(s + 3 * (ptrdiff_t)lda);
+    __m512d r2 = _mm512_loadu_pd(s + 2 * (ptrdiff_t)lda);
+    __m512d r3 = _mm512_loadu_pd(s + 3 * (ptrdiff_t)lda);
     __m512d t0 = avx512_unpacklo(r0, r1), t1 = avx512_unpackhi(r0, r1);
     __m512d t2 = avx512_unpacklo(r2, r3), t3 = avx512_unpackhi(r2, r3);
     // Rows 0-3, quarters: u0 k0 and k4, u1 k2 and k6, u2 k1 and k5, u3 k3 and k7.
@@ -85,7 +86,10 @@ inline void avx512_pack_a_t(int kc, const double* a, int lda, double alpha, doub
   }
   // The last k, one at a time.
   for (; p < kc; ++p)
-    for (int i = 0; i < 8; ++i) dst[p * 8 + i] = One ? a[p + i * (ptrdiff_t)lda] : alpha * a[p + i * (ptrdiff_t)lda];
+    for (int i = 0; i < 8; ++i) {
+      const double v = a[p + i * (ptrdiff_t)lda];
+      dst[p * 8 + i] = One ? v : alpha * v;
+    }
 }
 
 // Rows of op(A) are rows of A: one 64-byte run per k.

@@ -28,9 +28,12 @@
 #include <cstddef>
 
 static_assert(offsetof(Avx512PanelArgs, a) == 0 && offsetof(Avx512PanelArgs, b) == 4 &&
-                  offsetof(Avx512PanelArgs, c) == 8 && offsetof(Avx512PanelArgs, ldc_bytes) == 12 &&
-                  offsetof(Avx512PanelArgs, kc) == 16 && offsetof(Avx512PanelArgs, ntiles) == 20 &&
-                  offsetof(Avx512PanelArgs, b0) == 24 && offsetof(Avx512PanelArgs, pf_starts) == 28 &&
+                  offsetof(Avx512PanelArgs, c) == 8 &&
+                  offsetof(Avx512PanelArgs, ldc_bytes) == 12 &&
+                  offsetof(Avx512PanelArgs, kc) == 16 &&
+                  offsetof(Avx512PanelArgs, ntiles) == 20 &&
+                  offsetof(Avx512PanelArgs, b0) == 24 &&
+                  offsetof(Avx512PanelArgs, pf_starts) == 28 &&
                   offsetof(Avx512PanelArgs, pf_stride) == 32 &&
                   offsetof(Avx512PanelArgs, pf_count) == 36,
               "the routine reads the arguments at these offsets");

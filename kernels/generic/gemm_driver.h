@@ -306,8 +306,9 @@ void gemm_pack_a_panel_of(bool ta, int rows, int kc, const double* a, int lda, d
 // What a panel's kernel may fetch of the next panel's source while that one
 // is still to be packed: its rows of op(A), when there is a next panel.
 template <class R>
-GemmNextSource gemm_next_source(bool ta, const double* a, int lda, int next_row, int p) {
-  return GemmNextSource{ta, gemm_a_source<R>(ta, a, lda, next_row, p), lda};
+GemmNextSource gemm_next_source(bool more, bool ta, const double* a, int lda, int next_row,
+                                int p) {
+  return GemmNextSource{ta, more ? gemm_a_source<R>(ta, a, lda, next_row, p) : nullptr, lda};
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
@@ -345,7 +346,8 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
                                       lda, alpha, ap);
             const bool more = ir + R::mr < mcur;
             const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
-            const GemmNextSource src = gemm_next_source<R>(ta, a, lda, ic + ir + R::mr, pc);
+            const GemmNextSource src =
+                gemm_next_source<R>(more, ta, a, lda, ic + ir + R::mr, pc);
             gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
                                       more, pack_now && more ? &src : nullptr);
           }
@@ -384,7 +386,7 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
                                     lda, alpha, ap);
           const bool more = ir + R::mr < mcur;
           const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
-          const GemmNextSource src = gemm_next_source<R>(ta, a, lda, ic + ir + R::mr, pc);
+          const GemmNextSource src = gemm_next_source<R>(more, ta, a, lda, ic + ir + R::mr, pc);
           gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
                                     more, pack_now && more ? &src : nullptr);
         }
