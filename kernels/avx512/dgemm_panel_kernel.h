@@ -22,12 +22,12 @@ struct Avx512PanelArgs {
 };
 
 // C(8 x 7*ntiles) (+)= A panel * B panels. Each tile fetches the C of the
-// tile two places on into the first-level cache during its first 56 k
+// tile two places on into the second-level cache during its first 56 k
 // steps (past the last tile: the same columns eight rows down, the next
-// panel's first tiles) and the same columns 16 rows further down into the
-// second-level cache, then pf_count lines from pf_starts[t] on, pf_stride
-// apart, into the second-level cache: the next A panel, packed or still in
-// the caller's matrix.
+// panel's first tiles), and the same columns 16 rows further down, then
+// pf_count lines from pf_starts[t] on, pf_stride apart, also into the
+// second-level cache: the next A panel, packed or still in the caller's
+// matrix.
 void tarn_avx512_dgemm_panel(const Avx512PanelArgs* args);
 
 }  // extern "C"
