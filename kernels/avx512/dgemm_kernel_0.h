@@ -29,7 +29,7 @@
 //   with C a fresh 4000-row block each time 78.5-81 % (C held in cache
 //   80.5-82 %); the compiled tile with its call per tile was at 74-77 %.
 // - The whole product at m=n=k=4000 (bench_blas): 72-77 % before the
-//   assembly walk, now 'N','N' 77-80 % and 'T','N' 77-78 %. Of its time
+//   assembly walk, now 77-80 % for both 'N','N' and 'T','N'. Of its time
 //   98 % is inside the panel routine; without any packing (panels left
 //   from an earlier call) it measured the same within the noise. The rest
 //   of the gap to the walk alone is C coming from memory.
