@@ -134,6 +134,12 @@ struct Avx512Gemm {
     args.pf_starts = nullptr;
     args.pf_stride = kLine;
     args.pf_count = 0;
+    args.run = nullptr;
+    args.run_count = 0;
+    if (src != nullptr && src->run != nullptr) {
+      args.run = static_cast<const char*>(src->run);
+      args.run_count = (src->run_lines + ntiles_all - 1) / ntiles_all;
+    }
     const int nlist = gemm_min(ntiles_all, kPanelTilesPerCall);
     if (next_a != nullptr) {
       // kc lines of the packed panel, in order.
@@ -141,14 +147,14 @@ struct Avx512Gemm {
       for (int t = 0; t < nlist; ++t)
         starts[t] = reinterpret_cast<const char*>(next_a) +
                     (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * kLine;
-    } else if (src != nullptr && !src->ta) {
+    } else if (src != nullptr && src->a != nullptr && !src->ta) {
       // One line per k, lda apart.
       args.pf_count = (kc + nlist - 1) / nlist;
       args.pf_stride = src->lda * (int)sizeof(double);
       for (int t = 0; t < nlist; ++t)
         starts[t] = reinterpret_cast<const char*>(
             src->a + (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * src->lda);
-    } else if (src != nullptr) {
+    } else if (src != nullptr && src->a != nullptr) {
       // Eight rows of kc values each, the same number of tiles on each row,
       // each tile a run along its row (tiles past the last row repeat its
       // last run).
@@ -169,6 +175,7 @@ struct Avx512Gemm {
       args.c = c + (ptrdiff_t)t0 * nr * ldc;
       args.ntiles = gemm_min(kPanelTilesPerCall, ntiles - t0);
       tarn_avx512_dgemm_panel(&args);
+      args.run = nullptr;
     }
   }
   static void pack_a_panel(bool ta, int rows, int kc, const double* a, int lda, double alpha,

@@ -38,14 +38,16 @@ static_assert(offsetof(Avx512PanelArgs, a) == 0 && offsetof(Avx512PanelArgs, b) 
                   offsetof(Avx512PanelArgs, b0) == 24 &&
                   offsetof(Avx512PanelArgs, pf_starts) == 28 &&
                   offsetof(Avx512PanelArgs, pf_stride) == 32 &&
-                  offsetof(Avx512PanelArgs, pf_count) == 36,
+                  offsetof(Avx512PanelArgs, pf_count) == 36 &&
+                  offsetof(Avx512PanelArgs, run) == 40 &&
+                  offsetof(Avx512PanelArgs, run_count) == 44,
               "the routine reads the arguments at these offsets");
 
-// Stack frame after the four saved registers and 48 bytes of locals:
+// Stack frame after the four saved registers and 56 bytes of locals:
 //   0 tiles left   4 A panel start   8 C prefetch loop count   12 A prefetch loop count
 //   16 plain loop count   20 single steps   24 next prefetch start   28 b0
 //   32 end of the C block   36 distance from a past-the-end prefetch to the next rows
-//   40 prefetch stride
+//   40 prefetch stride   44 run pointer   48 run loop count
 __asm__(R"(
   .pushsection .text
   .macro TARN512_STEP s
@@ -90,7 +92,7 @@ tarn_avx512_dgemm_panel:
   pushl %esi
   pushl %edi
   movl 20(%esp), %eax
-  subl $48, %esp
+  subl $56, %esp
   movl 20(%eax), %ecx
   movl %ecx, 0(%esp)
   movl 0(%eax), %ecx
@@ -118,7 +120,18 @@ tarn_avx512_dgemm_panel:
   cmovbl %ecx, %edx
   movl %edx, 12(%esp)
   subl %edx, %ecx
+  movl 44(%eax), %edx
+  cmpl $0, 40(%eax)
+  jne 2f
+  xorl %edx, %edx
+2:
+  cmpl %edx, %ecx
+  cmovbl %ecx, %edx
+  movl %edx, 48(%esp)
+  subl %edx, %ecx
   movl %ecx, 16(%esp)
+  movl 40(%eax), %edx
+  movl %edx, 44(%esp)
   movl 32(%eax), %esi
   movl %esi, 40(%esp)
   movl 12(%eax), %esi
@@ -169,6 +182,19 @@ tarn_avx512_dgemm_panel:
   decl %ecx
   jnz .Ltarn512_a_loop
 .Ltarn512_a_done:
+  movl 48(%esp), %ecx
+  testl %ecx, %ecx
+  jz .Ltarn512_run_done
+  movl 44(%esp), %ebp
+  .p2align 4
+.Ltarn512_run_loop:
+  prefetcht1 (%ebp)
+  addl $64, %ebp
+  TARN512_EIGHT
+  decl %ecx
+  jnz .Ltarn512_run_loop
+  movl %ebp, 44(%esp)
+.Ltarn512_run_done:
   movl 16(%esp), %ecx
   testl %ecx, %ecx
   jz .Ltarn512_k_done
@@ -220,7 +246,7 @@ tarn_avx512_dgemm_panel:
   TARN512_ZERO
   decl 0(%esp)
   jnz .Ltarn512_tile
-  addl $48, %esp
+  addl $56, %esp
   popl %edi
   popl %esi
   popl %ebx

@@ -19,6 +19,8 @@ struct Avx512PanelArgs {
   const char* const* pf_starts;  // per tile, where its level-2 prefetches start, or null
   int pf_stride;                 // bytes from one prefetch to the next
   int pf_count;                  // prefetches per tile, one per eight k steps
+  const char* run;               // a run of lines fetched into the second-level cache, or null
+  int run_count;                 // lines of it per tile, one per eight k steps
 };
 
 // C(8 x 7*ntiles) (+)= A panel * B panels. Each tile fetches the C of the
@@ -27,7 +29,9 @@ struct Avx512PanelArgs {
 // panel's first tiles), and the same columns 16 rows further down, then
 // pf_count lines from pf_starts[t] on, pf_stride apart, also into the
 // second-level cache: the next A panel, packed or still in the caller's
-// matrix.
+// matrix; then run_count lines of the run, one after the other from tile to
+// tile (where the next A panel will be packed, or the source of the next B
+// block).
 void tarn_avx512_dgemm_panel(const Avx512PanelArgs* args);
 
 }  // extern "C"

@@ -203,11 +203,14 @@ void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc,
 // then does only a last, narrower tile. Such a routine can also fetch the
 // source of a next panel that is still to be packed (next_src, from the
 // packed driver's first column block): the copy that follows then reads
-// it from the second-level cache.
+// it from the second-level cache; and a run of memory to fetch line by line
+// (where that copy will write, or the source of the next B block).
 struct GemmNextSource {
   bool ta;          // op(A) is A transposed
-  const double* a;  // first element of the next panel's rows of op(A)
+  const double* a;  // first element of the next panel's rows of op(A), or null
   int lda;
+  const void* run;  // start of the run, or null
+  int run_lines;
 };
 
 template <class R>
@@ -308,7 +311,24 @@ void gemm_pack_a_panel_of(bool ta, int rows, int kc, const double* a, int lda, d
 template <class R>
 GemmNextSource gemm_next_source(bool more, bool ta, const double* a, int lda, int next_row,
                                 int p) {
-  return GemmNextSource{ta, more ? gemm_a_source<R>(ta, a, lda, next_row, p) : nullptr, lda};
+  return GemmNextSource{ta, more ? gemm_a_source<R>(ta, a, lda, next_row, p) : nullptr, lda,
+                        nullptr, 0};
+}
+
+// Where the panel at row ir of a block fetches its share of the next B
+// block's source, op(B) not transposed: the last panels of the block take
+// one column of it each, so that it arrives in the caches just before it is
+// packed. nb_next columns of depth kc_next from b_next; none for op(B)
+// transposed or when there is no next block.
+inline void gemm_next_b_run(GemmNextSource& src, bool tb, int ir, int mr, int mcur,
+                            const double* b_next, int ldb, int nb_next, int kc_next) {
+  constexpr int kLine = 64;
+  if (tb || b_next == nullptr) return;
+  const int panels = (mcur + mr - 1) / mr, q = ir / mr;
+  const int first = panels - nb_next;
+  if (q < first) return;
+  src.run = b_next + (ptrdiff_t)(q - first) * ldb;
+  src.run_lines = (kc_next * (int)sizeof(double) + kLine - 1) / kLine + 1;
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
@@ -335,6 +355,18 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
           const int ncur = gemm_min(s.nc, n - jc);
           gemm_pack_b_block<R>(tb, kcur, ncur, b, ldb, pc, jc, bbuf);
           double* cblock = c + ic + (ptrdiff_t)jc * ldc;
+          // The next B block: the next columns, or the next depth block's first.
+          const double* b_next = nullptr;
+          int nb_next = 0, kc_next = 0;
+          if (jc + s.nc < n) {
+            b_next = b + pc + (ptrdiff_t)(jc + s.nc) * ldb;
+            nb_next = gemm_min(s.nc, n - jc - s.nc);
+            kc_next = kcur;
+          } else if (pc + s.kc < k) {
+            b_next = b + pc + s.kc;
+            nb_next = gemm_min(s.nc, n);
+            kc_next = gemm_min(s.kc, k - pc - s.kc);
+          }
           // Loop over the rows of the block, mr at a time; the first column
           // block packs each A panel just before its first use.
           for (int ir = 0; ir < mcur; ir += R::mr) {
@@ -346,10 +378,16 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
                                       lda, alpha, ap);
             const bool more = ir + R::mr < mcur;
             const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
-            const GemmNextSource src =
-                gemm_next_source<R>(more, ta, a, lda, ic + ir + R::mr, pc);
+            GemmNextSource src =
+                gemm_next_source<R>(more && pack_now, ta, a, lda, ic + ir + R::mr, pc);
+            if (pack_now && more) {
+              src.run = ap + a_panel;
+              src.run_lines = (R::mr * kcur * (int)sizeof(double) + 63) / 64;
+            } else {
+              gemm_next_b_run(src, tb, ir, R::mr, mcur, b_next, ldb, nb_next, kc_next);
+            }
             gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
-                                      more, pack_now && more ? &src : nullptr);
+                                      more, &src);
           }
         }
       }
