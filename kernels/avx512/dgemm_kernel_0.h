@@ -119,7 +119,9 @@ struct Avx512Gemm {
   // at most kPanelTilesPerCall tiles a call. Each tile fetches its share of
   // the next A panel into the second-level cache: of the packed panel, or,
   // before it is packed, of its source (a line for each k of a row panel
-  // of A; a run of lines along a row of A, transposed).
+  // of A; a run of lines along a row of A, transposed) and of where it will
+  // be packed; in the last panels of a block also its share of the next B
+  // block's source.
   static constexpr int kPanelTilesPerCall = 32;
   static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
                     int ntiles, int ntiles_all, const double* next_a, const GemmNextSource* src) {
@@ -141,7 +143,22 @@ struct Avx512Gemm {
       args.run_count = (src->run_lines + ntiles_all - 1) / ntiles_all;
     }
     const int nlist = gemm_min(ntiles_all, kPanelTilesPerCall);
-    if (next_a != nullptr) {
+    if (src != nullptr && src->b_cols != nullptr) {
+      // Columns of the next B block's source on the list, the same number of
+      // tiles on each, and the packed next A panel, if any, as the run.
+      const int per_col = gemm_max(1, nlist / src->b_count);
+      args.pf_count = (src->b_lines + per_col - 1) / per_col;
+      for (int t = 0; t < nlist; ++t) {
+        const int col = gemm_min(t / per_col, src->b_count - 1);
+        const int part = t / per_col < src->b_count ? t % per_col : per_col - 1;
+        starts[t] = reinterpret_cast<const char*>(src->b_cols + (ptrdiff_t)col * src->ldb) +
+                    (ptrdiff_t)part * args.pf_count * kLine;
+      }
+      if (next_a != nullptr) {
+        args.run = reinterpret_cast<const char*>(next_a);
+        args.run_count = (kc + ntiles_all - 1) / ntiles_all;
+      }
+    } else if (next_a != nullptr) {
       // kc lines of the packed panel, in order.
       args.pf_count = (kc + nlist - 1) / nlist;
       for (int t = 0; t < nlist; ++t)

@@ -50,7 +50,9 @@ constexpr int kGemmBufferAlignment = 128;
 inline int gemm_min(int x, int y) { return x < y ? x : y; }
 inline int gemm_max(int x, int y) { return x > y ? x : y; }
 inline int gemm_round_up(int x, int unit) { return (x + unit - 1) / unit * unit; }
-inline uintptr_t gemm_up4k(uintptr_t x) { return (x + kGemmPage - 1) & ~(uintptr_t)(kGemmPage - 1); }
+inline uintptr_t gemm_up4k(uintptr_t x) {
+  return (x + kGemmPage - 1) & ~(uintptr_t)(kGemmPage - 1);
+}
 
 // 'T', 't', 'C' and 'c' transpose (the data are real); anything else not.
 inline bool gemm_is_trans(const char* t) {
@@ -203,14 +205,16 @@ void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc,
 // then does only a last, narrower tile. Such a routine can also fetch the
 // source of a next panel that is still to be packed (next_src, from the
 // packed driver's first column block): the copy that follows then reads
-// it from the second-level cache; and a run of memory to fetch line by line
-// (where that copy will write, or the source of the next B block).
+// it from the second-level cache; a run of memory to fetch line by line
+// (where that copy will write); and columns of the next B block's source.
 struct GemmNextSource {
   bool ta;          // op(A) is A transposed
   const double* a;  // first element of the next panel's rows of op(A), or null
   int lda;
   const void* run;  // start of the run, or null
   int run_lines;
+  const double* b_cols;  // first of b_count source columns of op(B), ldb apart, or null
+  int b_count, ldb, b_lines;
 };
 
 template <class R>
@@ -312,23 +316,27 @@ template <class R>
 GemmNextSource gemm_next_source(bool more, bool ta, const double* a, int lda, int next_row,
                                 int p) {
   return GemmNextSource{ta, more ? gemm_a_source<R>(ta, a, lda, next_row, p) : nullptr, lda,
-                        nullptr, 0};
+                        nullptr, 0, nullptr, 0, 0, 0};
 }
 
 // Where the panel at row ir of a block fetches its share of the next B
 // block's source, op(B) not transposed: the last panels of the block take
-// one column of it each, so that it arrives in the caches just before it is
-// packed. nb_next columns of depth kc_next from b_next; none for op(B)
-// transposed or when there is no next block.
-inline void gemm_next_b_run(GemmNextSource& src, bool tb, int ir, int mr, int mcur,
-                            const double* b_next, int ldb, int nb_next, int kc_next) {
+// kGemmNextBColumns columns of it each, so that it arrives in the caches
+// shortly before it is packed. nb_next columns of depth kc_next from
+// b_next; none for op(B) transposed or when there is no next block.
+constexpr int kGemmNextBColumns = 4;
+inline void gemm_next_b_cols(GemmNextSource& src, bool tb, int ir, int mr, int mcur,
+                             const double* b_next, int ldb, int nb_next, int kc_next) {
   constexpr int kLine = 64;
   if (tb || b_next == nullptr) return;
   const int panels = (mcur + mr - 1) / mr, q = ir / mr;
-  const int first = panels - nb_next;
+  const int first = panels - (nb_next + kGemmNextBColumns - 1) / kGemmNextBColumns;
   if (q < first) return;
-  src.run = b_next + (ptrdiff_t)(q - first) * ldb;
-  src.run_lines = (kc_next * (int)sizeof(double) + kLine - 1) / kLine + 1;
+  const int col = (q - first) * kGemmNextBColumns;
+  src.b_cols = b_next + (ptrdiff_t)col * ldb;
+  src.b_count = gemm_min(kGemmNextBColumns, nb_next - col);
+  src.ldb = ldb;
+  src.b_lines = (kc_next * (int)sizeof(double) + kLine - 1) / kLine + 1;
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
@@ -384,7 +392,7 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
               src.run = ap + a_panel;
               src.run_lines = (R::mr * kcur * (int)sizeof(double) + 63) / 64;
             } else {
-              gemm_next_b_run(src, tb, ir, R::mr, mcur, b_next, ldb, nb_next, kc_next);
+              gemm_next_b_cols(src, tb, ir, R::mr, mcur, b_next, ldb, nb_next, kc_next);
             }
             gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
                                       more, &src);
