@@ -159,11 +159,9 @@ struct Avx512Gemm {
         args.run_count = (kc + ntiles_all - 1) / ntiles_all;
       }
     } else if (next_a != nullptr) {
-      // kc lines of the packed panel, in order.
-      args.pf_count = (kc + nlist - 1) / nlist;
-      for (int t = 0; t < nlist; ++t)
-        starts[t] = reinterpret_cast<const char*>(next_a) +
-                    (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * kLine;
+      // The packed next A panel, its kc lines in order, as the run.
+      args.run = reinterpret_cast<const char*>(next_a);
+      args.run_count = (kc + ntiles_all - 1) / ntiles_all;
     } else if (src != nullptr && src->a != nullptr && !src->ta) {
       // One line per k, lda apart.
       args.pf_count = (kc + nlist - 1) / nlist;
