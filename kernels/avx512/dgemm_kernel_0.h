@@ -29,10 +29,11 @@
 //   with C a fresh 4000-row block each time 78.5-81 % (C held in cache
 //   80.5-82 %); the compiled tile with its call per tile was at 74-77 %.
 // - The whole product at m=n=k=4000 (bench_blas): 72-77 % before the
-//   assembly walk, now 77-80 % for both 'N','N' and 'T','N'. Of its time
-//   98 % is inside the panel routine; without any packing (panels left
-//   from an earlier call) it measured the same within the noise. The rest
-//   of the gap to the walk alone is C coming from memory.
+//   assembly walk, now 77-80 % for both 'N','N' and 'T','N' (1.86-1.95 s,
+//   68-70 GF/s). Of its time 98.8 % is inside the panel routine: the
+//   copies take 13-15 ms (A 4-5, B 8-9), most of their sources fetched
+//   during the walk (before that: A 9-26 ms, B 13-14 ms). The rest of the
+//   gap to the walk alone is C and A coming from memory.
 // Tried without a gain: depth blocks 256 and 320 (the same), 512 and 768
 // (66.0 and 64.9 GF/s against 66.7; at 768 the A panel no longer fits the
 // first-level cache and is read from the second); a walk unrolled by 16
