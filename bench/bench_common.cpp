@@ -33,7 +33,7 @@ double bench_peak(const BenchBranch& br) {
 }
 
 double bench_peak_window(const BenchBranch& br, double flops) {
-  // Flops of one round of every branch's peak loop: at least a round.
+  // One round, to learn the flops of a round of this branch's loop.
   const double per_round = br.peak_loop(1);
   const double rounds = flops / per_round;
   constexpr double kMaxRounds = 1 << 30;
