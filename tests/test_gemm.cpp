@@ -397,7 +397,9 @@ TEST_P(GemmDescriptors, PackingRoutinesAndKernelOfTheKernelInformation) {
   const DescriptorCase& d = GetParam();
   for (char ta : kTrans)
     for (char tb : kTrans) {
-      Problem p(ta, tb, {45, 33, 70}, 1.5, 0.0, 1, 77);
+      // One block in every direction: a depth past the narrow-B limit of
+      // both branches, so that the B block holds all 33 columns.
+      Problem p(ta, tb, {45, 33, 90}, 1.5, 0.0, 1, 77);
       Records r(d, p, 1);
       blas_buffers bufs{};
       d.buffers(&r.a, &r.b, &r.strategy, &bufs);
@@ -425,7 +427,7 @@ TEST_P(GemmDescriptors, PackingRoutinesAndKernelOfTheKernelInformation) {
       p.expect_match();
 
       // Mode 4 on the A packed above: B is packed by the driver.
-      Problem q(ta, tb, {45, 33, 70}, 1.5, 2.0, 1, 77);
+      Problem q(ta, tb, {45, 33, 90}, 1.5, 2.0, 1, 77);
       Records rq(d, q, 1);
       rq.a.get_pointer = rq.b.get_pointer = rq.c.get_pointer = r.c.get_pointer;
       if (ta != 'N') rq.a.get_pointer = [](int i, int j, const blas_matrix* m) -> void* {
