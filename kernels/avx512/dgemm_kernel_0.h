@@ -133,7 +133,6 @@ struct Avx512Gemm {
   static constexpr int kPanelTilesPerCall = 32;
   static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
                     int ntiles, int ntiles_all, const double* next_a, const GemmNextSource* src) {
-    constexpr int kLine = 64;
     constexpr int kRowsOfSource = 8;
     const char* starts[kPanelTilesPerCall];
     Avx512PanelArgs args;
@@ -142,7 +141,7 @@ struct Avx512Gemm {
     args.kc = kc;
     args.b0 = b0 ? 1 : 0;
     args.pf_starts = nullptr;
-    args.pf_stride = kLine;
+    args.pf_stride = kGemmLine;
     args.pf_count = 0;
     args.run = nullptr;
     args.run_count = 0;
@@ -160,7 +159,7 @@ struct Avx512Gemm {
         const int col = gemm_min(t / per_col, src->b_count - 1);
         const int part = t / per_col < src->b_count ? t % per_col : per_col - 1;
         starts[t] = reinterpret_cast<const char*>(src->b_cols + (ptrdiff_t)col * src->ldb) +
-                    (ptrdiff_t)part * args.pf_count * kLine;
+                    (ptrdiff_t)part * args.pf_count * kGemmLine;
       }
       if (next_a != nullptr) {
         args.run = reinterpret_cast<const char*>(next_a);
@@ -181,14 +180,14 @@ struct Avx512Gemm {
       // Eight rows of kc values each, the same number of tiles on each row,
       // each tile a run along its row (tiles past the last row repeat its
       // last run).
-      const int row_lines = (kc * (int)sizeof(double) + kLine - 1) / kLine + 1;
+      const int row_lines = gemm_lines(kc * (int)sizeof(double)) + 1;
       const int tiles_per_row = gemm_max(1, nlist / kRowsOfSource);
       args.pf_count = (row_lines + tiles_per_row - 1) / tiles_per_row;
       for (int t = 0; t < nlist; ++t) {
         const int row = gemm_min(t / tiles_per_row, kRowsOfSource - 1);
         const int run = t / tiles_per_row < kRowsOfSource ? t % tiles_per_row : tiles_per_row - 1;
         starts[t] = reinterpret_cast<const char*>(src->a + (ptrdiff_t)row * src->lda) +
-                    (ptrdiff_t)run * args.pf_count * kLine;
+                    (ptrdiff_t)run * args.pf_count * kGemmLine;
       }
     }
     if (args.pf_count > 0) args.pf_starts = starts;

@@ -47,6 +47,11 @@ constexpr size_t kGemmAOffset = 1664;
 constexpr size_t kGemmBothBuffersSlack = 18816;
 constexpr int kGemmBufferAlignment = 128;
 
+// Cache line, the unit of every prefetch plan below.
+constexpr int kGemmLine = 64;
+// Lines that `bytes` bytes from a line boundary take.
+constexpr int gemm_lines(int bytes) { return (bytes + kGemmLine - 1) / kGemmLine; }
+
 inline int gemm_min(int x, int y) { return x < y ? x : y; }
 inline int gemm_max(int x, int y) { return x > y ? x : y; }
 inline int gemm_round_up(int x, int unit) { return (x + unit - 1) / unit * unit; }
@@ -155,7 +160,7 @@ inline void gemm_prefetch_l2(const void* p) {
 // Prefetch number q of a tile whose C columns take CL lines each.
 template <int CL>
 inline void gemm_prefetch_item(const GemmPrefetch& pf, int q) {
-  constexpr int kDoublesPerLine = 8;
+  constexpr int kDoublesPerLine = kGemmLine / (int)sizeof(double);
   if (q < pf.c_cols * CL) {
     const int col = q / CL, line = q - col * CL;
     gemm_prefetch(pf.c + (ptrdiff_t)col * pf.ldc + line * kDoublesPerLine);
@@ -172,7 +177,7 @@ inline void gemm_prefetch_rest(const GemmPrefetch& pf, int from) {
 }
 
 // Lines of C one column of a tile of mr rows can touch.
-constexpr int gemm_c_lines(int mr) { return (mr * 8 + 63) / 64 + 1; }
+constexpr int gemm_c_lines(int mr) { return gemm_lines(mr * (int)sizeof(double)) + 1; }
 
 // Writes the rows x cols corner of a full scratch tile to C: stored when C
 // is not to be read (beta 0), else added.
@@ -227,10 +232,9 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
                             const double* bblock, double* c, int ldc, bool b0,
                             const double* next_a, bool next_rows = false,
                             const GemmNextSource* next_src = nullptr) {
-  constexpr int kLine = 64;
   constexpr int kCAhead = 2;
   const int ntiles = (ncols + R::nr - 1) / R::nr;
-  const int a_lines = next_a ? (R::mr * kc * (int)sizeof(double) + kLine - 1) / kLine : 0;
+  const int a_lines = next_a ? gemm_lines(R::mr * kc * (int)sizeof(double)) : 0;
   const int a_lines_per_tile = (a_lines + ntiles - 1) / ntiles;
   int first = 0;
   if constexpr (GemmHasPanelRoutine<R>) {
@@ -264,7 +268,7 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
     }
     const int a_first = t * a_lines_per_tile;
     pf.a_lines = gemm_max(0, gemm_min(a_lines_per_tile, a_lines - a_first));
-    if (pf.a_lines > 0) pf.a = next_a + (ptrdiff_t)a_first * (kLine / (int)sizeof(double));
+    if (pf.a_lines > 0) pf.a = next_a + (ptrdiff_t)a_first * (kGemmLine / (int)sizeof(double));
     if (rows == R::mr && cols == R::nr) {
       if (b0)
         R::kernel_b0(kc, apanel, bpanel, ct, ldc, pf);
@@ -327,7 +331,6 @@ GemmNextSource gemm_next_source(bool more, bool ta, const double* a, int lda, in
 constexpr int kGemmNextBColumns = 4;
 inline void gemm_next_b_cols(GemmNextSource& src, bool tb, int ir, int mr, int mcur,
                              const double* b_next, int ldb, int nb_next, int kc_next) {
-  constexpr int kLine = 64;
   if (tb || b_next == nullptr) return;
   const int panels = (mcur + mr - 1) / mr, q = ir / mr;
   const int first = panels - (nb_next + kGemmNextBColumns - 1) / kGemmNextBColumns;
@@ -336,7 +339,7 @@ inline void gemm_next_b_cols(GemmNextSource& src, bool tb, int ir, int mr, int m
   src.b_cols = b_next + (ptrdiff_t)col * ldb;
   src.b_count = gemm_min(kGemmNextBColumns, nb_next - col);
   src.ldb = ldb;
-  src.b_lines = (kc_next * (int)sizeof(double) + kLine - 1) / kLine + 1;
+  src.b_lines = gemm_lines(kc_next * (int)sizeof(double)) + 1;
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
@@ -390,7 +393,7 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
                 gemm_next_source<R>(more && pack_now, ta, a, lda, ic + ir + R::mr, pc);
             if (pack_now && more) {
               src.run = ap + a_panel;
-              src.run_lines = (R::mr * kcur * (int)sizeof(double) + 63) / 64;
+              src.run_lines = gemm_lines(R::mr * kcur * (int)sizeof(double));
             } else {
               gemm_next_b_cols(src, tb, ir, R::mr, mcur, b_next, ldb, nb_next, kc_next);
             }
