@@ -257,28 +257,29 @@ TEST_P(GemmTable, CopiesLayOutTilePanelsAsDefined) {
   for (int row = 0; row < k().rows; ++row) {
     const gemm_kernel_row& r = k().all[row];
     for (bool trans : {false, true}) {
-      // A: rows of op(A) by depth, row panels of mr, depth-major.
+      // A: rows of op(A) by depth, row panels of mr and the edge panels,
+      // depth-major, nothing written past rows * depth.
       const Matrix a = trans ? random_matrix(depth, rows, depth + 2, 11)
                              : random_matrix(rows, depth, rows + 2, 11);
-      std::vector<double> dst(round_up(rows, k().mr) * depth, kNaN);
+      std::vector<double> dst(rows * depth + 8, kNaN);
       (trans ? r.copyat : r.copyan)(&rows, &depth, a.data(), &a.ld, &mult, dst.data());
       for (int i = 0; i < rows; ++i)
-        for (int p = 0; p < depth; ++p) {
-          const int panel = i / k().mr, h = i % k().mr;
-          ASSERT_EQ(dst[panel * k().mr * depth + p * k().mr + h], mult * op_at(trans, a, i, p))
+        for (int p = 0; p < depth; ++p)
+          ASSERT_EQ(dst[testsupport::packed_offset(i, p, rows, depth, k().mr)],
+                    mult * op_at(trans, a, i, p))
               << "A row " << i << " depth " << p << " trans " << trans;
-        }
-      // B: depth by columns of op(B), column panels of nr, depth-major.
+      for (size_t e = rows * depth; e < dst.size(); ++e) ASSERT_TRUE(std::isnan(dst[e]));
+      // B: depth by columns of op(B), column panels of nr and the edge.
       const Matrix b = trans ? random_matrix(cols, depth, cols + 1, 12)
                              : random_matrix(depth, cols, depth + 1, 12);
-      std::vector<double> bdst(round_up(cols, k().nr) * depth, kNaN);
+      std::vector<double> bdst(cols * depth + 8, kNaN);
       (trans ? r.copybt : r.copybn)(&depth, &cols, b.data(), &b.ld, &mult, bdst.data());
       for (int p = 0; p < depth; ++p)
-        for (int j = 0; j < cols; ++j) {
-          const int panel = j / k().nr, w = j % k().nr;
-          ASSERT_EQ(bdst[panel * k().nr * depth + p * k().nr + w], mult * op_at(trans, b, p, j))
+        for (int j = 0; j < cols; ++j)
+          ASSERT_EQ(bdst[testsupport::packed_offset(j, p, cols, depth, k().nr)],
+                    mult * op_at(trans, b, p, j))
               << "B depth " << p << " column " << j << " trans " << trans;
-        }
+      for (size_t e = cols * depth; e < bdst.size(); ++e) ASSERT_TRUE(std::isnan(bdst[e]));
     }
   }
 }
@@ -455,11 +456,12 @@ TEST_P(GemmFixed, CopybtLaysOutColumnPanelsOfTheTransposedB) {
   const int depth = 9, cols = kNr + 4;
   const double mult = 2.0;
   const Matrix b = random_matrix(cols, depth, cols + 2, 42);
-  std::vector<double> dst(round_up(cols, kNr) * depth, kNaN);
+  std::vector<double> dst(cols * depth + 8, kNaN);
   k().copybt(&depth, &cols, b.data(), &b.ld, &mult, dst.data());
   for (int p = 0; p < depth; ++p)
     for (int j = 0; j < cols; ++j)
-      ASSERT_EQ(dst[(j / kNr) * kNr * depth + p * kNr + j % kNr], mult * b(j, p));
+      ASSERT_EQ(dst[testsupport::packed_offset(j, p, cols, depth, kNr)], mult * b(j, p));
+  for (size_t e = cols * depth; e < dst.size(); ++e) ASSERT_TRUE(std::isnan(dst[e]));
 }
 
 TEST_P(GemmFixed, PstAndXdgemmMatchTheReference) {

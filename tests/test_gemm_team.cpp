@@ -142,13 +142,14 @@ class GemmPackedASet : public DriverFixture {
     d.buffers(&ma, &mb, &info.strategy, &bufs);
     const int kc = bufs.kc;
 
-    const int Mp = (M + d.mr - 1) / d.mr * d.mr;
-    std::vector<double> set(static_cast<size_t>(Mp) * K + 64, kNaN);
+    // No padding anywhere: the depth block at p0 starts at p0 * M, and
+    // the doubles past the set stay NaN.
+    std::vector<double> set(static_cast<size_t>(M) * K + 64, kNaN);
     // Loop over the depth of the set, kc at a time.
     for (int p0 = 0; p0 < K; p0 += kc) {
       const int depth = K - p0 < kc ? K - p0 : kc;
       const double* src = ta == 'N' ? a.data() + static_cast<ptrdiff_t>(p0) * a.ld : a.data() + p0;
-      info.copy_a(M, depth, src, a.ld, alpha, set.data() + static_cast<ptrdiff_t>(p0) * Mp);
+      info.copy_a(M, depth, src, a.ld, alpha, set.data() + static_cast<ptrdiff_t>(p0) * M);
     }
     if (shared_b) {
       ASSERT_EQ(bufs.get_bufs(&bufs), 0);

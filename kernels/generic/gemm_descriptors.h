@@ -145,25 +145,21 @@ void dgemm_map_thread_to_kernel(const gemm_thread_opts* opts, blas_strategy* s) 
 
 // ---- Packing routines, kernel, scaling -----------------------------------------
 
-// A block of op(A): rows x depth, as row panels of m_unroll, times mult.
+// A block of op(A): rows x depth, as the row panels of a packed block
+// (m_unroll high, then the edge panels), times mult.
 template <class D, bool Trans>
 void dgemm_copya(int rows, int depth, const double* src, int ld, double mult, double* dst) {
-  using R = typename D::Packed;
-  // Loop over the rows, m_unroll at a time.
-  for (int ir = 0; ir < rows; ir += R::mr)
-    gemm_pack_a_panel<R::mr>(Trans, gemm_min(R::mr, rows - ir), depth,
-                             Trans ? src + (ptrdiff_t)ir * ld : src + ir, ld, mult,
-                             dst + (ptrdiff_t)ir * depth);
+  gemm_pack_a_block<typename D::Packed>(Trans, rows, depth, src, ld, mult, dst);
 }
 
-// A block of op(B): depth x cols, as column panels of n_unroll, times mult
-// (1 in every product: alpha enters through A).
+// A block of op(B): depth x cols, as column panels of n_unroll and the edge
+// panels, times mult (1 in every product: alpha enters through A).
 template <class D, bool Trans>
 void dgemm_copyb(int depth, int cols, const double* src, int ld, double mult, double* dst) {
   using R = typename D::Packed;
   gemm_pack_b_block<R>(Trans, depth, cols, src, ld, 0, 0, dst);
   if (mult != 1.0) {
-    const ptrdiff_t len = (ptrdiff_t)gemm_round_up(cols, R::nr) * depth;
+    const ptrdiff_t len = (ptrdiff_t)cols * depth;
     for (ptrdiff_t i = 0; i < len; ++i) dst[i] *= mult;
   }
 }
@@ -173,14 +169,9 @@ void dgemm_copyb(int depth, int cols, const double* src, int ld, double mult, do
 template <class D>
 void dgemm_ker0(const int* rows, const double* a_buffer, const blas_pack_desc* b,
                 const double* beta, blas_matrix* c) {
-  using R = typename D::Packed;
   double* cp = static_cast<double*>(c->get_pointer(c->row_offset, c->col_offset, c));
-  const bool b0 = *beta == 0.0;
-  // Loop over the rows, m_unroll at a time.
-  for (int ir = 0; ir < *rows; ir += R::mr)
-    gemm_panel_times_block<R>(gemm_min(R::mr, *rows - ir), b->block, b->kc,
-                              a_buffer + (ptrdiff_t)ir * b->kc, b->pointer, cp + ir, c->ld, b0,
-                              nullptr);
+  gemm_block_times_block<typename D::Packed>(*rows, b->block, b->kc, a_buffer, b->pointer, cp,
+                                             c->ld, *beta == 0.0);
 }
 
 void dgemm_mscale_wrapper(const int* m, const int* n, const double* beta, double* c,
@@ -384,23 +375,23 @@ void d_generic_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_mat
 // op(A) times alpha for a whole product of M rows and K depth, packed once
 // (by the members of a team, each a share of the row panels) and read by
 // any number of products after. With kc the depth block (that of
-// gemm_block_sizes for K: it depends on K alone) and Mp = M rounded up to
-// m_unroll, the depth block starting at p0, of d = min(kc, K - p0) slices,
-// starts at p0 * Mp; within it the row panels follow one another, the panel
-// of rows i to i + m_unroll - 1 at i * d, each d slices of m_unroll values,
-// zero-padded below row M. So each row block of mc rows inside a depth block
-// is exactly the A buffer the blocked driver packs for it (panel stride
-// m_unroll * d), and a set of one depth block (K <= kc) is the single A
-// buffer that mode 4 always took. Element (i, p) of the set is at
-//   p0 * Mp + (i - i % m_unroll) * d + (p - p0) * m_unroll + i % m_unroll.
+// gemm_block_sizes for K: it depends on K alone), the depth block starting
+// at p0, of d = min(kc, K - p0) slices, starts at p0 * M; within it the row
+// panels of the M rows follow one another as in any packed block (whole
+// panels of m_unroll, then the edge panels of the last M % m_unroll rows),
+// the panel of the rows from i at i * d. So each row block of mc rows
+// inside a depth block is exactly the A buffer the blocked driver packs
+// for it, and a set of one depth block (K <= kc) is the single A buffer
+// that mode 4 always took. Element (i, p) of a row i in a whole panel is at
+//   p0 * M + (i - i % m_unroll) * d + (p - p0) * m_unroll + i % m_unroll.
 // In a blas_buffers record the set is described by a_desc: pointer, kc the
 // depth block, block the rows M of the set, kc_rounded its depth K; a
-// product's A may start at any row panel of the set (the A matrix's
-// row_offset).
+// product's A may start at any whole row panel of the set (the A matrix's
+// row_offset) and end at a whole panel or at row M.
 
 template <class D>
 size_t dgemm_aset_doubles(int m, int k) {
-  return (size_t)gemm_round_up(m, D::Packed::mr) * (size_t)k;
+  return (size_t)m * (size_t)k;
 }
 
 // First panel of the rows from `row` (a multiple of m_unroll) in the depth
@@ -408,12 +399,13 @@ size_t dgemm_aset_doubles(int m, int k) {
 template <class D>
 double* dgemm_aset_panel(double* set, int m, int k, int kc, int row, int p0) {
   const int d = gemm_min(kc, k - p0);
-  return set + (ptrdiff_t)p0 * gemm_round_up(m, D::Packed::mr) + (ptrdiff_t)row * d;
+  return set + (ptrdiff_t)p0 * m + (ptrdiff_t)row * d;
 }
 
 // Packs rows [row0, row0 + rows) of op(A) times alpha into the set of the m
-// by k op(A) at a, row0 a multiple of m_unroll. Members of a team call it on
-// disjoint row ranges of the same set.
+// by k op(A) at a, row0 a multiple of m_unroll and rows a multiple of it or
+// reaching row m. Members of a team call it on disjoint row ranges of the
+// same set.
 template <class D>
 void dgemm_pack_a_set(bool ta, int m, int k, int kc, const double* a, int lda, double alpha,
                       double* set, int row0, int rows) {
@@ -433,7 +425,8 @@ void dgemm_pack_a_set(bool ta, int m, int k, int kc, const double* a, int lda, d
 // a_desc, see above) filled beforehand, by another thread or by a team;
 // only B is packed here, into the shared B buffer or, if there is none, a
 // buffer of its own. Without a set that covers the product (rows from the
-// A matrix's row_offset, a whole row panel, the set's depth or one block)
+// A matrix's row_offset, whole row panels or the set's last rows, the
+// set's depth or one block)
 // it is the full driver on buffers of its own: a set is never used as
 // scratch, another product may still read it.
 //
@@ -451,7 +444,8 @@ void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* 
   const bool one_block = ad != nullptr && o.k <= ad->kc;
   const int kc = one_block ? o.k : ad != nullptr ? ad->kc : 0;
   const bool covered = ad != nullptr && ad->pointer != nullptr && row0 >= 0 &&
-                       row0 % R::mr == 0 && row0 + o.m <= ad->block && kc >= 1 &&
+                       row0 % R::mr == 0 && row0 + o.m <= ad->block &&
+                       (o.m % R::mr == 0 || row0 + o.m == ad->block) && kc >= 1 &&
                        kc <= shared_buffers->kc && shared_buffers->nc >= 1 &&
                        (one_block || o.k == ad->kc_rounded);
   if (!covered) {
@@ -496,14 +490,8 @@ void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* 
         for (int ic = 0; ic < o.m; ic += mc) {
           const int mcur = gemm_min(mc, o.m - ic);
           double* cblock = o.c + ic + (ptrdiff_t)jc * o.ldc;
-          // Loop over the rows of the block, mr at a time.
-          for (int ir = 0; ir < mcur; ir += R::mr) {
-            const int rows = gemm_min(R::mr, mcur - ir);
-            const double* ap = aset + (ptrdiff_t)(ic + ir) * kcur;
-            const bool more = ir + R::mr < mcur;
-            gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, o.ldc, b0,
-                                      more ? ap + (ptrdiff_t)R::mr * kcur : nullptr, more);
-          }
+          gemm_block_times_block<R>(mcur, ncur, kcur, aset + (ptrdiff_t)ic * kcur, bbuf, cblock,
+                                    o.ldc, b0);
         }
       }
     }

@@ -16,8 +16,9 @@
 //                       (pf: what to prefetch meanwhile, see GemmPrefetch)
 //
 // and everything else (beta pre-scaling, alpha through the packed A, the
-// loops, the pack buffers, edge tiles, the thin path and the fallback when
-// memory cannot be had) is here, written once.
+// loops, the pack buffers, the narrower panels at the edges with their
+// tiles, the thin path and the fallback when memory cannot be had) is here,
+// written once.
 //
 // Branch-generic: included by the kernel files of each branch and compiled
 // with that branch's instruction set, hence the anonymous namespace.
@@ -26,7 +27,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <bit>
+
 #include "kernels/gemm_desc.h"
+#include "kernels/generic/gemm_edge_tile.h"
 #include "kernels/generic/gemm_pack.h"
 #include "service/messages.h"
 
@@ -179,25 +183,58 @@ inline void gemm_prefetch_rest(const GemmPrefetch& pf, int from) {
 // Lines of C one column of a tile of mr rows can touch.
 constexpr int gemm_c_lines(int mr) { return gemm_lines(mr * (int)sizeof(double)) + 1; }
 
-// Writes the rows x cols corner of a full scratch tile to C: stored when C
-// is not to be read (beta 0), else added.
-template <class R>
-void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc, bool b0) {
-  for (int j = 0; j < cols; ++j) {
-    double* cc = c + (ptrdiff_t)j * ldc;
-    const double* tt = tile + j * R::mr;
-    if (b0) {
-      for (int i = 0; i < rows; ++i) cc[i] = tt[i];
+// Panels of a packed block. A block of rows (columns) is packed as whole
+// panels of the tile's mr rows (nr columns) and, past the last of them,
+// panels of the binary digits of what is left, largest first: 13 rows of
+// an 8-row tile are a panel of 8, then 4, then 1. So no panel is padded,
+// and the panel at row i of a block of depth kc starts at i*kc whatever the
+// heights before it. size is the size of the panel that begins with
+// `left` rows (columns) to go.
+// (A loop and not std::bit_floor: with that, GCC 12 at -O3 compiled the
+// avx branch's panel walk to run a 4-column edge panel through the 1-column
+// tile.)
+template <int Tile>
+constexpr int gemm_panel_size(int left) {
+  if (left >= Tile) return Tile;
+  int size = 1;
+  while (2 * size <= left) size *= 2;
+  return size;
+}
+
+// The size after `size` in that order (0: none): after the whole panel the
+// largest power of two below it, then halves.
+template <int Tile>
+constexpr int gemm_next_panel_size(int size) {
+  return size == Tile ? (int)std::bit_floor((unsigned)(Tile - 1)) : size / 2;
+}
+
+// The tile of an h-row A panel against a w-column B panel: the record's
+// kernels for the whole tile, an edge tile for the others.
+template <class R, int H = R::mr, int W = R::nr>
+void gemm_tile(int h, int w, bool b0, int kc, const double* a, const double* b, double* c,
+               int ldc, const GemmPrefetch& pf) {
+  if constexpr (H > 0 && W > 0) {
+    if (h != H) {
+      gemm_tile<R, gemm_next_panel_size<R::mr>(H), W>(h, w, b0, kc, a, b, c, ldc, pf);
+    } else if (w != W) {
+      gemm_tile<R, H, gemm_next_panel_size<R::nr>(W)>(h, w, b0, kc, a, b, c, ldc, pf);
+    } else if constexpr (H == R::mr && W == R::nr) {
+      if (b0)
+        R::kernel_b0(kc, a, b, c, ldc, pf);
+      else
+        R::kernel(kc, a, b, c, ldc, pf);
+    } else if (b0) {
+      gemm_edge_tile<H, W, true>(kc, a, b, c, ldc);
     } else {
-      for (int i = 0; i < rows; ++i) cc[i] += tt[i];
+      gemm_edge_tile<H, W, false>(kc, a, b, c, ldc);
     }
   }
 }
 
-// One packed row panel of A (mr rows) against a packed block of B (ncols
-// columns): the register tile walks the columns, the A panel stays in the
-// first-level cache. Edge tiles run the full kernel into a scratch tile and
-// write back only what lies inside C. Each tile prefetches the C of the
+// One packed row panel of A (rows high: mr, or an edge panel) against a
+// packed block of B (ncols columns): the register tile walks the column
+// panels, the A panel stays in the first-level cache. Each whole tile
+// prefetches the C of the
 // tile two places on (in the next row panel, next_rows, past the last
 // column: one place was too close for depth blocks of 96 to 192, where
 // m=n=4000 ran at 50 to 56 % on avx512), and its share of the next A panel
@@ -207,7 +244,8 @@ void gemm_merge_tile(int rows, int cols, const double* tile, double* c, int ldc,
 // A record with a panel routine (panel(kc, a, b, c, ldc, b0, ntiles,
 // ntiles_all, next_a, next_src)) runs the whole tiles of a full-height
 // panel through it, the walk and its prefetches included; the loop below
-// then does only a last, narrower tile. Such a routine can also fetch the
+// then does only the narrower panels of the last columns. Such a routine
+// can also fetch the
 // source of a next panel that is still to be packed (next_src, from the
 // packed driver's first column block): the copy that follows then reads
 // it from the second-level cache; a run of memory to fetch line by line
@@ -249,9 +287,9 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
   GemmPrefetch pf;
   pf.ldc = ldc;
   pf.a = next_a;
-  // Loop over the columns of the B block, nr at a time.
-  for (int jr = first * R::nr, t = first; jr < ncols; jr += R::nr, ++t) {
-    const int cols = gemm_min(R::nr, ncols - jr);
+  // Loop over the column panels of the B block: nr wide, then the edge.
+  for (int jr = first * R::nr, t = first, cols; jr < ncols; jr += cols, ++t) {
+    cols = gemm_panel_size<R::nr>(ncols - jr);
     const double* bpanel = bblock + (ptrdiff_t)jr * kc;
     double* ct = c + (ptrdiff_t)jr * ldc;
     const int jt = jr + kCAhead * R::nr;
@@ -260,7 +298,7 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
       pf.c_cols = gemm_min(R::nr, ncols - jt);
     } else if (next_rows && jt - ntiles * R::nr < ncols) {
       const int jn = jt - ntiles * R::nr;
-      pf.c = c + R::mr + (ptrdiff_t)jn * ldc;
+      pf.c = c + rows + (ptrdiff_t)jn * ldc;
       pf.c_cols = gemm_min(R::nr, ncols - jn);
     } else {
       pf.c = nullptr;
@@ -269,16 +307,7 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
     const int a_first = t * a_lines_per_tile;
     pf.a_lines = gemm_max(0, gemm_min(a_lines_per_tile, a_lines - a_first));
     if (pf.a_lines > 0) pf.a = next_a + (ptrdiff_t)a_first * (kGemmLine / (int)sizeof(double));
-    if (rows == R::mr && cols == R::nr) {
-      if (b0)
-        R::kernel_b0(kc, apanel, bpanel, ct, ldc, pf);
-      else
-        R::kernel(kc, apanel, bpanel, ct, ldc, pf);
-      continue;
-    }
-    alignas(64) double tile[R::mr * R::nr];
-    R::kernel_b0(kc, apanel, bpanel, tile, R::mr, pf);
-    gemm_merge_tile<R>(rows, cols, tile, ct, ldc, b0);
+    gemm_tile<R>(rows, cols, b0, kc, apanel, bpanel, ct, ldc, pf);
   }
 }
 
@@ -287,9 +316,9 @@ void gemm_panel_times_block(int rows, int ncols, int kc, const double* apanel,
 template <class R>
 void gemm_pack_b_block(bool tb, int kc, int ncols, const double* b, int ldb, int p0, int j0,
                        double* bbuf) {
-  // Loop over the columns of the block, nr at a time.
-  for (int jr = 0; jr < ncols; jr += R::nr) {
-    const int cols = gemm_min(R::nr, ncols - jr);
+  // Loop over the column panels of the block: nr wide, then the edge.
+  for (int jr = 0, cols; jr < ncols; jr += cols) {
+    cols = gemm_panel_size<R::nr>(ncols - jr);
     const int j = j0 + jr;
     const double* src = tb ? b + j + (ptrdiff_t)p0 * ldb : b + p0 + (ptrdiff_t)j * ldb;
     if constexpr (requires { R::pack_b_panel(tb, kc, cols, src, ldb, bbuf); })
@@ -312,6 +341,34 @@ void gemm_pack_a_panel_of(bool ta, int rows, int kc, const double* a, int lda, d
     R::pack_a_panel(ta, rows, kc, a, lda, alpha, dst);
   else
     gemm_pack_a_panel<R::mr>(ta, rows, kc, a, lda, alpha, dst);
+}
+
+// Rows [0, rows) of op(A) (a at op(A)(0, 0)) over depth kc, times alpha, as
+// the row panels of a packed block at dst.
+template <class R>
+void gemm_pack_a_block(bool ta, int rows, int kc, const double* a, int lda, double alpha,
+                       double* dst) {
+  // Loop over the row panels.
+  for (int ir = 0, h; ir < rows; ir += h) {
+    h = gemm_panel_size<R::mr>(rows - ir);
+    gemm_pack_a_panel_of<R>(ta, h, kc, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
+                            dst + (ptrdiff_t)ir * kc);
+  }
+}
+
+// A packed block of A (rows by depth kc) against a packed block of B: C
+// (rows x ncols) += A*B, or = with b0 (C not read).
+template <class R>
+void gemm_block_times_block(int rows, int ncols, int kc, const double* abuf, const double* bbuf,
+                            double* c, int ldc, bool b0) {
+  // Loop over the row panels.
+  for (int ir = 0, h; ir < rows; ir += h) {
+    h = gemm_panel_size<R::mr>(rows - ir);
+    const double* ap = abuf + (ptrdiff_t)ir * kc;
+    const bool more = ir + h < rows;
+    gemm_panel_times_block<R>(h, ncols, kc, ap, bbuf, c + ir, ldc, b0,
+                              more ? ap + (ptrdiff_t)h * kc : nullptr, more);
+  }
 }
 
 // What a panel's kernel may fetch of the next panel's source while that one
@@ -343,16 +400,13 @@ inline void gemm_next_b_cols(GemmNextSource& src, bool tb, int ir, int mr, int m
 }
 
 // The packed product proper: beta is 0 or 1 here (other values were applied
-// to C already), alpha is not 0, and m, n, k are positive.
-//
-// With a_prepacked the A buffer already holds op(A) times alpha, packed by
-// someone else; the product must then be one row block and one depth block.
+// to C already), alpha is not 0, and m, n, k are positive. The A buffer of
+// a depth block of kcur holds the panel at row ir of the row block at
+// ir * kcur (gemm_panel_size).
 template <class R>
 void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, double alpha,
                        const double* a, int lda, const double* b, int ldb, bool beta0,
-                       double* c, int ldc, const GemmBlocks& s, double* abuf, double* bbuf,
-                       bool a_prepacked = false) {
-  const ptrdiff_t a_panel = (ptrdiff_t)R::mr * s.kc;
+                       double* c, int ldc, const GemmBlocks& s, double* abuf, double* bbuf) {
   if (loop_order == kGemmLoopOrderRowsFirst) {
     // Loop over the rows of C, mc at a time.
     for (int ic = 0; ic < m; ic += s.mc) {
@@ -378,22 +432,24 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
             nb_next = gemm_min(s.nc, n);
             kc_next = gemm_min(s.kc, k - pc - s.kc);
           }
-          // Loop over the rows of the block, mr at a time; the first column
-          // block packs each A panel just before its first use.
-          for (int ir = 0; ir < mcur; ir += R::mr) {
-            const int rows = gemm_min(R::mr, mcur - ir);
-            double* ap = abuf + (ir / R::mr) * a_panel;
-            const bool pack_now = jc == 0 && !a_prepacked;
+          // Loop over the row panels of the block; the first column block
+          // packs each A panel just before its first use.
+          for (int ir = 0, rows; ir < mcur; ir += rows) {
+            rows = gemm_panel_size<R::mr>(mcur - ir);
+            double* ap = abuf + (ptrdiff_t)ir * kcur;
+            double* next_ap = ap + (ptrdiff_t)rows * kcur;
+            const bool pack_now = jc == 0;
             if (pack_now)
               gemm_pack_a_panel_of<R>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
                                       lda, alpha, ap);
-            const bool more = ir + R::mr < mcur;
-            const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
+            const bool more = ir + rows < mcur;
+            const double* next_a = !pack_now && more ? next_ap : nullptr;
             GemmNextSource src =
-                gemm_next_source<R>(more && pack_now, ta, a, lda, ic + ir + R::mr, pc);
+                gemm_next_source<R>(more && pack_now, ta, a, lda, ic + ir + rows, pc);
             if (pack_now && more) {
-              src.run = ap + a_panel;
-              src.run_lines = gemm_lines(R::mr * kcur * (int)sizeof(double));
+              src.run = next_ap;
+              src.run_lines =
+                  gemm_lines(gemm_panel_size<R::mr>(mcur - ir - rows) * kcur * (int)sizeof(double));
             } else {
               gemm_next_b_cols(src, tb, ir, R::mr, mcur, b_next, ldb, nb_next, kc_next);
             }
@@ -412,30 +468,30 @@ void gemm_packed_loops(int loop_order, bool ta, bool tb, int m, int n, int k, do
     // Loop over the rows of C, mc at a time.
     for (int ic = 0; ic < m; ic += s.mc) {
       const int mcur = gemm_min(s.mc, m - ic);
-      if (loop_order == kGemmLoopOrderDepthFirstWholeA && !a_prepacked) {
-        // Loop over the rows of the block, mr at a time: all of A first.
-        for (int ir = 0; ir < mcur; ir += R::mr)
-          gemm_pack_a_panel_of<R>(ta, gemm_min(R::mr, mcur - ir), kcur,
-                                  gemm_a_source<R>(ta, a, lda, ic + ir, pc), lda, alpha,
-                                  abuf + (ir / R::mr) * a_panel);
+      if (loop_order == kGemmLoopOrderDepthFirstWholeA) {
+        // Loop over the row panels of the block: all of A first.
+        for (int ir = 0, rows; ir < mcur; ir += rows) {
+          rows = gemm_panel_size<R::mr>(mcur - ir);
+          gemm_pack_a_panel_of<R>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc), lda,
+                                  alpha, abuf + (ptrdiff_t)ir * kcur);
+        }
       }
       // Loop over the columns of C, nc at a time; pack B here.
       for (int jc = 0; jc < n; jc += s.nc) {
         const int ncur = gemm_min(s.nc, n - jc);
         gemm_pack_b_block<R>(tb, kcur, ncur, b, ldb, pc, jc, bbuf);
         double* cblock = c + ic + (ptrdiff_t)jc * ldc;
-        // Loop over the rows of the block, mr at a time.
-        for (int ir = 0; ir < mcur; ir += R::mr) {
-          const int rows = gemm_min(R::mr, mcur - ir);
-          double* ap = abuf + (ir / R::mr) * a_panel;
-          const bool pack_now =
-              jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA && !a_prepacked;
+        // Loop over the row panels of the block.
+        for (int ir = 0, rows; ir < mcur; ir += rows) {
+          rows = gemm_panel_size<R::mr>(mcur - ir);
+          double* ap = abuf + (ptrdiff_t)ir * kcur;
+          const bool pack_now = jc == 0 && loop_order != kGemmLoopOrderDepthFirstWholeA;
           if (pack_now)
             gemm_pack_a_panel_of<R>(ta, rows, kcur, gemm_a_source<R>(ta, a, lda, ic + ir, pc),
                                     lda, alpha, ap);
-          const bool more = ir + R::mr < mcur;
-          const double* next_a = !pack_now && more ? ap + a_panel : nullptr;
-          const GemmNextSource src = gemm_next_source<R>(more, ta, a, lda, ic + ir + R::mr, pc);
+          const bool more = ir + rows < mcur;
+          const double* next_a = !pack_now && more ? ap + (ptrdiff_t)rows * kcur : nullptr;
+          const GemmNextSource src = gemm_next_source<R>(more, ta, a, lda, ic + ir + rows, pc);
           gemm_panel_times_block<R>(rows, ncur, kcur, ap, bbuf, cblock + ir, ldc, b0, next_a,
                                     more, pack_now && more ? &src : nullptr);
         }

@@ -56,13 +56,13 @@ void gemm_nocopy_block_product(bool ta, bool tb, int mb, int nb, int kb, double 
   for (int jc = 0; jc < nb; jc += R::nocopy_max_cols) {
     const int ncur = gemm_min(R::nocopy_max_cols, nb - jc);
     gemm_pack_b_block<R>(tb, kb, ncur, b, ldb, 0, jc, bcopy);
-    // Loop over the rows of the block, mr at a time; copy the A slab.
-    for (int ir = 0; ir < mb; ir += R::mr) {
-      const int rows = gemm_min(R::mr, mb - ir);
-      gemm_pack_a_panel<R::mr>(ta, rows, kb, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
-                               aslab);
+    // Loop over the row panels of the block; copy the A slab.
+    for (int ir = 0, rows; ir < mb; ir += rows) {
+      rows = gemm_panel_size<R::mr>(mb - ir);
+      gemm_pack_a_panel_of<R>(ta, rows, kb, gemm_a_source<R>(ta, a, lda, ir, 0), lda, alpha,
+                              aslab);
       gemm_panel_times_block<R>(rows, ncur, kb, aslab, bcopy, c + ir + (ptrdiff_t)jc * ldc, ldc,
-                                b0, nullptr, ir + R::mr < mb);
+                                b0, nullptr, ir + rows < mb);
     }
   }
 }

@@ -148,26 +148,24 @@ void gemm_table_buffer_sizes(const gemm_table_desc& d, gemm_table_bufs* bufs) {
                                kGemmTablePageShift, (int32_t)kGemmBOffset, nullptr};
 }
 
-// copyan / copyat: rows of op(A) by depth `cols`, row panels of mr.
+// copyan / copyat: rows of op(A) by depth `cols`, as the row panels of a
+// packed block.
 template <class R>
 void gemm_table_copy_a(bool trans, int rows, int cols, const double* src, int ld, double mult,
                        double* dst) {
-  // Loop over the rows of op(A), mr at a time.
-  for (int i = 0; i < rows; i += R::mr) {
-    const double* s = trans ? src + (ptrdiff_t)i * ld : src + i;
-    gemm_pack_a_panel<R::mr>(trans, gemm_min(R::mr, rows - i), cols, s, ld, mult,
-                             dst + (ptrdiff_t)i * cols);
-  }
+  if (rows <= 0 || cols <= 0) return;
+  gemm_pack_a_block<R>(trans, rows, cols, src, ld, mult, dst);
 }
 
-// copybn / copybt: depth `rows` by columns of op(B), column panels of nr.
+// copybn / copybt: depth `rows` by columns of op(B), as the column panels of
+// a packed block.
 template <class R>
 void gemm_table_copy_b(bool trans, int rows, int cols, const double* src, int ld, double mult,
                        double* dst) {
   if (rows <= 0 || cols <= 0) return;
   gemm_pack_b_block<R>(trans, rows, cols, src, ld, 0, 0, dst);
   if (mult == 1.0) return;
-  const ptrdiff_t n = (ptrdiff_t)gemm_round_up(cols, R::nr) * rows;
+  const ptrdiff_t n = (ptrdiff_t)cols * rows;
   // Loop over the packed values: B is packed as it stands, so a multiplier
   // other than 1 is applied afterwards.
   for (ptrdiff_t i = 0; i < n; ++i) dst[i] *= mult;
@@ -179,14 +177,7 @@ void gemm_table_ker0(int rows, int cols, int kc, const double* abuf, const doubl
                      double beta, double* c, int ldc) {
   if (rows <= 0 || cols <= 0) return;
   if (beta != 0.0) gemm_scale_c(rows, cols, beta, c, ldc);
-  const bool b0 = beta == 0.0;
-  // Loop over the rows of the block, mr at a time.
-  for (int ir = 0; ir < rows; ir += R::mr) {
-    const double* ap = abuf + (ptrdiff_t)ir * kc;
-    const bool more = ir + R::mr < rows;
-    gemm_panel_times_block<R>(gemm_min(R::mr, rows - ir), cols, kc, ap, bbuf, c + ir, ldc, b0,
-                              more ? ap + (ptrdiff_t)R::mr * kc : nullptr, more);
-  }
+  gemm_block_times_block<R>(rows, cols, kc, abuf, bbuf, c, ldc, beta == 0.0);
 }
 
 // dgemm_get_kernel_version: the blocked variant (2) unless the B block

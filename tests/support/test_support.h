@@ -46,6 +46,19 @@ int ref_dgetrf(int m, int n, double* a, int lda, int* ipiv);
 // Largest |x - y| scaled by the largest |y| (0 if both are empty).
 double max_rel_diff(const Matrix& x, const Matrix& y);
 
+// Where element (i, p) of a packed GEMM block lies: `len` rows (or columns)
+// as whole panels of `tile`, then panels of the binary digits of the rest,
+// largest first, each panel `depth` slices of its own height.
+inline int packed_offset(int i, int p, int len, int depth, int tile) {
+  int start = 0, h = tile;
+  for (;;) {
+    h = len - start >= tile ? tile : 1;
+    while (h < tile && 2 * h <= len - start) h *= 2;
+    if (i < start + h) return start * depth + p * h + (i - start);
+    start += h;
+  }
+}
+
 // Sets an environment variable for the lifetime of the guard and restores
 // the old value (or its absence) afterwards.
 class EnvGuard {
