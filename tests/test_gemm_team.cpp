@@ -207,6 +207,10 @@ TEST_P(GemmPackedASet, ProductFromARowPanelInsideTheSet) {
     check(ta, 'N', 97, 2 * d.mr, 97 - 2 * d.mr, 11, d.kc_low + 5, -1.0, 1.0, true, seed++);
     check(ta, 'T', 5 * d.mr + 3, d.mr, 3 * d.mr, 6, 30, 1.0, 0.0, false, seed++);
     check(ta, 'N', d.mc + 40, d.mr, d.mc, 5, d.kc_low + 9, -0.5, 2.0, false, seed++);
+    // Rows that end inside a whole panel of the set: its edge panels lie
+    // elsewhere, so the product must not read the set there but pack A
+    // itself (with the operation's alpha, here the one of the set).
+    check(ta, 'N', 5 * d.mr + 3, d.mr, 2 * d.mr + 3, 6, 30, 1234.5, 1.0, true, seed++);
   }
 }
 
