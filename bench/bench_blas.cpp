@@ -13,7 +13,7 @@
 // be scheduled, which the processor time leaves out. A DGEMM call is set
 // against windows of the peak loop of the same length run just before and
 // after it (bench_bracketed), and the best ratio of the repetitions is
-// shown; the other operations take the best of their repetitions against
+// shown, with the median of all of them where there are several; the other operations take the best of their repetitions against
 // the best of short peak windows before and after. Prints GFlops and the
 // ratio to peak.
 
@@ -107,15 +107,19 @@ int main(int argc, char** argv) {
     return 1;
   }
   bool any = false;
-  std::printf("%-8s %-6s %2s %2s %6s %6s %6s %10s %10s %7s\n", "branch", "op", "ta", "tb", "m",
-              "n", "k", "GFlops", "peak", "ratio");
+  std::printf("%-8s %-6s %2s %2s %6s %6s %6s %10s %10s %7s %7s\n", "branch", "op", "ta", "tb",
+              "m", "n", "k", "GFlops", "peak", "ratio", "median");
   for (const BenchBranch& br : kBenchBranches) {
     if (branch != "all" && branch != br.name) continue;
     any = true;
     const BenchRate r = op->run(br, s);
     const double rate = r.rate, peak = r.peak;
-    std::printf("%-8s %-6s %2c %2c %6d %6d %6d %10.2f %10.2f %6.1f%%\n", br.name, op->name, s.ta,
+    std::printf("%-8s %-6s %2c %2c %6d %6d %6d %10.2f %10.2f %6.1f%%", br.name, op->name, s.ta,
                 s.tb, s.m, s.n, s.k, rate * 1e-9, peak * 1e-9, 100.0 * rate / peak);
+    if (r.median_ratio > 0.0)
+      std::printf(" %6.1f%%\n", 100.0 * r.median_ratio);
+    else
+      std::printf(" %7s\n", "-");
     std::fflush(stdout);
   }
   if (!any) {

@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -69,6 +70,13 @@ BenchRate bench_dgemm_rate(const BenchBranch& br, char ta, char tb, int m, int n
   return bench_bracketed(br, reps, flops, [&] {
     br.xdgemm(&ta, &tb, &m, &n, &k, &alpha, a.data(), &lda, b.data(), &ldb, &beta, c.data(), &ldc);
   });
+}
+
+double bench_median(std::vector<double> v) {
+  if (v.size() < 2) return 0.0;
+  std::sort(v.begin(), v.end());
+  const size_t h = v.size() / 2;
+  return v.size() % 2 ? v[h] : 0.5 * (v[h - 1] + v[h]);
 }
 
 void bench_fill(double* v, size_t count, unsigned seed) {

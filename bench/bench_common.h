@@ -47,17 +47,23 @@ double bench_peak_window(const BenchBranch& br, double flops);
 struct BenchRate {
   double rate;
   double peak;
+  double median_ratio = 0.0;  // of all repetitions, where there are several; else 0
 };
+
+// The middle value (the mean of the two middle ones for an even count); 0
+// for fewer than two values.
+double bench_median(std::vector<double> v);
 
 // Times `reps` calls of f, each of `flops` flops, with a window of the peak
 // loop of the same flops before and after each call; each call is set
 // against the mean of the two windows beside it, and the call with the best
-// ratio is returned. The clock of this machine moves by up to 15 % within a
+// ratio is returned, with the median ratio of all calls beside it. The clock of this machine moves by up to 15 % within a
 // second: the best of a few short peak windows catches a high moment that a
 // call of seconds cannot, and understates every ratio by several points.
 template <class F>
 BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f) {
   BenchRate best = {0.0, 0.0};
+  std::vector<double> ratios;
   double before = bench_peak_window(br, flops);
   for (int r = 0; r < reps; ++r) {
     const double t0 = bench_thread_seconds();
@@ -66,8 +72,10 @@ BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f) {
     const double after = bench_peak_window(br, flops);
     const BenchRate now = {dt > 0.0 ? flops / dt : 0.0, 0.5 * (before + after)};
     if (best.peak == 0.0 || now.rate * best.peak > best.rate * now.peak) best = now;
+    if (now.peak > 0.0) ratios.push_back(now.rate / now.peak);
     before = after;
   }
+  best.median_ratio = bench_median(ratios);
   return best;
 }
 
