@@ -24,10 +24,9 @@
 // with that branch's instruction set, hence the anonymous namespace.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
-
-#include <bit>
 
 #include "kernels/gemm_desc.h"
 #include "kernels/generic/gemm_edge_tile.h"
@@ -188,11 +187,10 @@ constexpr int gemm_c_lines(int mr) { return gemm_lines(mr * (int)sizeof(double))
 // panels of the binary digits of what is left, largest first: 13 rows of
 // an 8-row tile are a panel of 8, then 4, then 1. So no panel is padded,
 // and the panel at row i of a block of depth kc starts at i*kc whatever the
-// heights before it. size is the size of the panel that begins with
-// `left` rows (columns) to go.
-// (A loop and not std::bit_floor: with that, GCC 12 at -O3 compiled the
-// avx branch's panel walk to run a 4-column edge panel through the 1-column
-// tile.)
+// heights before it. gemm_panel_size is the size of the panel that begins
+// with `left` rows (columns) to go. (A loop and not std::bit_floor: with
+// that, the avx branch's panel walk as GCC 12 compiled it at -O3 sent a
+// 4-column edge panel to the 1-column tile.)
 template <int Tile>
 constexpr int gemm_panel_size(int left) {
   if (left >= Tile) return Tile;
@@ -233,23 +231,23 @@ void gemm_tile(int h, int w, bool b0, int kc, const double* a, const double* b, 
 
 // One packed row panel of A (rows high: mr, or an edge panel) against a
 // packed block of B (ncols columns): the register tile walks the column
-// panels, the A panel stays in the first-level cache. Each whole tile
-// prefetches the C of the
-// tile two places on (in the next row panel, next_rows, past the last
-// column: one place was too close for depth blocks of 96 to 192, where
-// m=n=4000 ran at 50 to 56 % on avx512), and its share of the next A panel
-// (next_a, null when there is none yet: on the later column blocks the A
-// panels come back from the outer caches).
+// panels, the A panel stays in the first-level cache. Each tile prefetches
+// the C of the tile two places on (in the next row panel, next_rows, past
+// the last column: one place was too close for depth blocks of 96 to 192,
+// where m=n=4000 ran at 50 to 56 % on avx512), and its share of the next A
+// panel (next_a, null when there is none yet: on the later column blocks
+// the A panels come back from the outer caches); the edge tiles skip their
+// share.
 //
 // A record with a panel routine (panel(kc, a, b, c, ldc, b0, ntiles,
 // ntiles_all, next_a, next_src)) runs the whole tiles of a full-height
 // panel through it, the walk and its prefetches included; the loop below
 // then does only the narrower panels of the last columns. Such a routine
-// can also fetch the
-// source of a next panel that is still to be packed (next_src, from the
-// packed driver's first column block): the copy that follows then reads
-// it from the second-level cache; a run of memory to fetch line by line
-// (where that copy will write); and columns of the next B block's source.
+// can also fetch the source of a next panel that is still to be packed
+// (next_src, from the packed driver's first column block): the copy that
+// follows then reads it from the second-level cache; a run of memory to
+// fetch line by line (where that copy will write); and columns of the next
+// B block's source.
 struct GemmNextSource {
   bool ta;          // op(A) is A transposed
   const double* a;  // first element of the next panel's rows of op(A), or null
