@@ -10,8 +10,9 @@
 // for the 8 by 6 tile with a broadcast register; eight accumulators cannot
 // be had (a multiply-add needs one multiplicand in a register). The walk
 // of a full panel over the B block is the assembly routine of
-// dgemm_panel_kernel.cpp; the compiled tile below does only the last,
-// narrower tile of a block and the panels of fewer than 8 rows.
+// dgemm_panel_kernel.cpp; the narrower panels at a block's edges have the
+// shared driver's edge tiles, and the compiled whole tile below serves the
+// triangular solve's updates.
 //
 // Measured here, one thread, each figure against the peak loop of the same
 // run (the clock of this machine moves by up to 15 % from one second to the

@@ -426,9 +426,8 @@ void dgemm_pack_a_set(bool ta, int m, int k, int kc, const double* a, int lda, d
 // only B is packed here, into the shared B buffer or, if there is none, a
 // buffer of its own. Without a set that covers the product (rows from the
 // A matrix's row_offset, whole row panels or the set's last rows, the
-// set's depth or one block)
-// it is the full driver on buffers of its own: a set is never used as
-// scratch, another product may still read it.
+// set's depth or one block) it is the full driver on buffers of its own: a
+// set is never used as scratch, another product may still read it.
 //
 // The loops run depth block, column block, rows: A is packed already, so
 // nothing favours the row block outermost, and this way each B block is
