@@ -11,8 +11,8 @@
 // be had (a multiply-add needs one multiplicand in a register). The walk
 // of a full panel over the B block is the assembly routine of
 // dgemm_panel_kernel.cpp; the narrower panels at a block's edges have the
-// shared driver's edge tiles, and the compiled whole tile below serves the
-// triangular solve's updates.
+// shared driver's edge tiles, and the shared vector tile (gemm_microkernel.h)
+// over Avx512Vector serves the triangular solve's updates.
 //
 // Measured here, one thread, each figure against the peak loop of the same
 // run (the clock of this machine moves by up to 15 % from one second to the
@@ -57,53 +57,18 @@
 
 namespace {
 
-template <bool B0>
-inline void avx512_dgemm_tile(int kc, const double* __restrict a, const double* __restrict b,
-                              double* c, int ldc, const GemmPrefetch& pf) {
-  constexpr int CL = gemm_c_lines(8);
-  __m512d c0 = _mm512_setzero_pd(), c1 = c0, c2 = c0, c3 = c0, c4 = c0, c5 = c0, c6 = c0;
-  auto step = [&] {
-    const __m512d av = _mm512_loadu_pd(a);
-    c0 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[0]), c0);
-    c1 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[1]), c1);
-    c2 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[2]), c2);
-    c3 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[3]), c3);
-    c4 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[4]), c4);
-    c5 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[5]), c5);
-    c6 = _mm512_fmadd_pd(av, _mm512_set1_pd(b[6]), c6);
-    a += 8;
-    b += 7;
-  };
-  // Loop over the depth, eight k at a time, with one prefetch each.
-  int p = 0, q = 0;
-  for (; p + kGemmStepsPerPrefetch <= kc; p += kGemmStepsPerPrefetch, ++q) {
-    gemm_prefetch_item<CL>(pf, q);
-#pragma GCC unroll 8
-    for (int u = 0; u < kGemmStepsPerPrefetch; ++u) step();
-  }
-  for (; p < kc; ++p) step();
-  gemm_prefetch_rest<CL>(pf, q);
-  if (B0) {
-    _mm512_storeu_pd(c, c0);
-    _mm512_storeu_pd(c + ldc, c1);
-    _mm512_storeu_pd(c + 2 * ldc, c2);
-    _mm512_storeu_pd(c + 3 * ldc, c3);
-    _mm512_storeu_pd(c + 4 * ldc, c4);
-    _mm512_storeu_pd(c + 5 * ldc, c5);
-    _mm512_storeu_pd(c + 6 * ldc, c6);
-  } else {
-    _mm512_storeu_pd(c, _mm512_add_pd(c0, _mm512_loadu_pd(c)));
-    _mm512_storeu_pd(c + ldc, _mm512_add_pd(c1, _mm512_loadu_pd(c + ldc)));
-    _mm512_storeu_pd(c + 2 * ldc, _mm512_add_pd(c2, _mm512_loadu_pd(c + 2 * ldc)));
-    _mm512_storeu_pd(c + 3 * ldc, _mm512_add_pd(c3, _mm512_loadu_pd(c + 3 * ldc)));
-    _mm512_storeu_pd(c + 4 * ldc, _mm512_add_pd(c4, _mm512_loadu_pd(c + 4 * ldc)));
-    _mm512_storeu_pd(c + 5 * ldc, _mm512_add_pd(c5, _mm512_loadu_pd(c + 5 * ldc)));
-    _mm512_storeu_pd(c + 6 * ldc, _mm512_add_pd(c6, _mm512_loadu_pd(c + 6 * ldc)));
-  }
-}
+struct Avx512Vector {
+  using T = __m512d;
+  static constexpr int width = 8;
+  static T zero() { return _mm512_setzero_pd(); }
+  static T load(const double* p) { return _mm512_loadu_pd(p); }
+  static T splat(const double* p) { return _mm512_set1_pd(*p); }
+  static T madd(T a, T b, T acc) { return _mm512_fmadd_pd(a, b, acc); }
+  static T add(T x, T y) { return _mm512_add_pd(x, y); }
+  static void store(double* p, T x) { _mm512_storeu_pd(p, x); }
+};
 
-struct Avx512Gemm {
-  static constexpr int mr = 8, nr = 7;
+struct Avx512Sizes {
   static constexpr int kc_min = 128, kc_low = 384, kc_high = 768, kc_large = 384;
   // The narrow B block holds up to K below 80, not 48: with a shallow
   // depth each tile is short and the C of a 196-column block, one line in
@@ -114,16 +79,10 @@ struct Avx512Gemm {
   // the wide block is as good or better.
   static constexpr int mc_max = 4992, nc_max = 192, nc_max_small_k = 24, small_k = 80;
   static constexpr int pst_m_limit = 8, pst_n_limit = 6;
-  // Out of line: inside the driver's loops the tile's loop would share the
-  // general registers with them and keep its counter on the stack.
-  __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
-                                               double* c, int ldc, const GemmPrefetch& pf) {
-    avx512_dgemm_tile<false>(kc, a, b, c, ldc, pf);
-  }
-  __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
-                                                  double* c, int ldc, const GemmPrefetch& pf) {
-    avx512_dgemm_tile<true>(kc, a, b, c, ldc, pf);
-  }
+};
+
+// The tile record: 8 by 7, its whole tile the shared vector tile.
+struct Avx512Gemm : GemmVectorTileRecord<Avx512Vector, 7, Avx512Sizes> {
   // Whole tiles of one full panel: the assembly walk of dgemm_panel_kernel,
   // at most kPanelTilesPerCall tiles a call. Each tile fetches its share of
   // the next A panel into the second-level cache: of the packed panel, or,
