@@ -14,23 +14,10 @@
 // Included only by kernels/avx2/*.cpp (anonymous namespace).
 #pragma once
 
-#include <immintrin.h>
-
 #include "kernels/generic/gemm_microkernel.h"
 #include "kernels/generic/gemm_nocopy.h"
 
 namespace {
-
-struct Avx2Vector {
-  using T = __m256d;
-  static constexpr int width = 4;
-  static T zero() { return _mm256_setzero_pd(); }
-  static T load(const double* p) { return _mm256_loadu_pd(p); }
-  static T splat(const double* p) { return _mm256_broadcast_sd(p); }
-  static T madd(T a, T b, T acc) { return _mm256_fmadd_pd(a, b, acc); }
-  static T add(T x, T y) { return _mm256_add_pd(x, y); }
-  static void store(double* p, T x) { _mm256_storeu_pd(p, x); }
-};
 
 struct Avx2Sizes {
   static constexpr int kc_min = 128, kc_low = 192, kc_high = 384, kc_large = 192;
@@ -38,7 +25,7 @@ struct Avx2Sizes {
   static constexpr int pst_m_limit = 8, pst_n_limit = 2;
 };
 
-using Avx2Gemm = GemmMemoryATileRecord<Avx2Vector, 7, 1, Avx2Sizes>;
+using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, 7, 1, Avx2Sizes>;
 
 struct Avx2GemmNocopy : Avx2Gemm {
   static constexpr int nocopy_max_k = 256;

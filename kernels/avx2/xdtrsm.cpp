@@ -21,7 +21,7 @@ struct Avx2TrsmSizes {
   static constexpr int kc_large = 192, nc_max = 192;
 };
 
-using Avx2TrsmGemm = GemmVectorTileRecord<Avx2Vector, 6, Avx2TrsmSizes>;
+using Avx2TrsmGemm = GemmVectorTileRecord<GemmLanes<4>, 6, Avx2TrsmSizes>;
 
 }  // namespace
 

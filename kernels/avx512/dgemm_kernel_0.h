@@ -12,7 +12,7 @@
 // of a full panel over the B block is the assembly routine of
 // dgemm_panel_kernel.cpp; the narrower panels at a block's edges have the
 // shared driver's edge tiles, and the shared vector tile (gemm_microkernel.h)
-// over Avx512Vector serves the triangular solve's updates.
+// serves the triangular solve's updates.
 //
 // Measured here, one thread, each figure against the peak loop of the same
 // run (the clock of this machine moves by up to 15 % from one second to the
@@ -57,17 +57,6 @@
 
 namespace {
 
-struct Avx512Vector {
-  using T = __m512d;
-  static constexpr int width = 8;
-  static T zero() { return _mm512_setzero_pd(); }
-  static T load(const double* p) { return _mm512_loadu_pd(p); }
-  static T splat(const double* p) { return _mm512_set1_pd(*p); }
-  static T madd(T a, T b, T acc) { return _mm512_fmadd_pd(a, b, acc); }
-  static T add(T x, T y) { return _mm512_add_pd(x, y); }
-  static void store(double* p, T x) { _mm512_storeu_pd(p, x); }
-};
-
 struct Avx512Sizes {
   static constexpr int kc_min = 128, kc_low = 384, kc_high = 768, kc_large = 384;
   // The narrow B block holds up to K below 80, not 48: with a shallow
@@ -82,7 +71,7 @@ struct Avx512Sizes {
 };
 
 // The tile record: 8 by 7, its whole tile the shared vector tile.
-struct Avx512Gemm : GemmVectorTileRecord<Avx512Vector, 7, Avx512Sizes> {
+struct Avx512Gemm : GemmVectorTileRecord<GemmLanes<8>, 7, Avx512Sizes> {
   // Whole tiles of one full panel: the assembly walk of dgemm_panel_kernel,
   // at most kPanelTilesPerCall tiles a call. Each tile fetches its share of
   // the next A panel into the second-level cache: of the packed panel, or,

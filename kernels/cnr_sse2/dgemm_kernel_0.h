@@ -6,5 +6,5 @@
 #include "kernels/generic/gemm_tile_sse.h"
 
 namespace {
-using CnrSse2Gemm = GemmVectorTileRecord<GemmSse2Vector, kGemmSseTileColumns, GemmSseSizes>;
+using CnrSse2Gemm = GemmVectorTileRecord<GemmLanes<2>, kGemmSseTileColumns, GemmSseSizes>;
 }  // namespace

@@ -4,7 +4,7 @@
 // multiplied into its column's accumulator. With NR = 6 this takes all
 // eight registers of 32-bit mode (six accumulators, A, temporary).
 //
-// V supplies the vector type and its operations:
+// V supplies the vector type and its operations (GemmLanes of gemm_lanes.h):
 //   using T; static constexpr int width;
 //   zero(), load(p), splat(p) (broadcast of *p), madd(a, b, acc) (acc + a*b),
 //   add(x, y), store(p, x)

@@ -6,5 +6,5 @@
 #include "kernels/generic/gemm_tile_sse.h"
 
 namespace {
-using Sse42Gemm = GemmVectorTileRecord<GemmSse3Vector, kGemmSseTileColumns, GemmSseSizes>;
+using Sse42Gemm = GemmVectorTileRecord<GemmLanes<2>, kGemmSseTileColumns, GemmSseSizes>;
 }  // namespace

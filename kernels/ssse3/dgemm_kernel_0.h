@@ -6,5 +6,5 @@
 #include "kernels/generic/gemm_tile_sse.h"
 
 namespace {
-using Ssse3Gemm = GemmVectorTileRecord<GemmSse3Vector, kGemmSseTileColumns, GemmSseSizes>;
+using Ssse3Gemm = GemmVectorTileRecord<GemmLanes<2>, kGemmSseTileColumns, GemmSseSizes>;
 }  // namespace
