@@ -55,8 +55,8 @@
 // also sensitive to where its loops lie: 64-byte alignment of the loops,
 // padding before them, or the plain loop unrolled by 16 cost 1-3 points; A
 // addressed through the loop counter (one instruction less per eight
-// steps) and depth blocks of equal size (11 of 364 rather than ten of 384
-// and one of 160) stayed within half a point, below this machine's noise.
+// steps, +0.4 points) and depth blocks of equal size (11 of 364 rather
+// than ten of 384 and one of 160) stayed within this machine's noise.
 //
 // Included only by kernels/avx512/*.cpp (anonymous namespace).
 #pragma once
