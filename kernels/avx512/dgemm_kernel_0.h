@@ -51,12 +51,16 @@
 // tile, or with the update of C left out, so neither memory nor C is what
 // is left. Loops of the tile's instructions alone: seven multiply-adds a
 // step 85-88 %, with the A load 82-83 %, with one more no-op 78-80 %; it is
-// the eighth instruction per step that costs, whatever it is. The walk is
-// also sensitive to where its loops lie: 64-byte alignment of the loops,
-// padding before them, or the plain loop unrolled by 16 cost 1-3 points; A
-// addressed through the loop counter (one instruction less per eight
-// steps, +0.4 points) and depth blocks of equal size (11 of 364 rather
-// than ten of 384 and one of 160) stayed within this machine's noise.
+// the eighth instruction per step that costs, whatever it is. With every
+// operand held in cache the walk's fetches cost 1.3 points (80.5 % with
+// them, 81.8 % without), and the start and update of each tile about one
+// more against the loop alone; in the product the fetches are what keep
+// it from losing a quarter of its rate. The walk is also sensitive to
+// where its loops lie: 64-byte alignment of the loops, padding before
+// them, or the plain loop unrolled by 16 cost 1-3 points; A addressed
+// through the loop counter (one instruction less per eight steps, +0.4
+// points) and depth blocks of equal size (11 of 364 rather than ten of 384
+// and one of 160) stayed within this machine's noise.
 //
 // Included only by kernels/avx512/*.cpp (anonymous namespace).
 #pragma once
