@@ -27,9 +27,6 @@ TARN_GEMM_TABLE_SERVICES(avx, AvxTable)
 extern "C" {
 int tarn_avx_d_opt_gemm_ker = 0;
 const gemm_kernel_row tarn_avx_d_all_gemm_ker[AvxTable::rows] = {
-    {4, 4, 4, 1, 4, 4, 4, kGemmTableKindAll, tarn_blas_avx_dgemm_get_blks_size, nullptr,
-     tarn_blas_avx_dgemm_get_bufs, tarn_blas_avx_dgemm_copyan, tarn_blas_avx_dgemm_copyat,
-     tarn_blas_avx_dgemm_copyat, tarn_blas_avx_dgemm_copybn, tarn_blas_avx_dgemm_copybt,
-     tarn_blas_avx_dgemm_copybt, tarn_blas_avx_dgemm_ker0, nullptr, nullptr},
+    TARN_GEMM_TABLE_ROW(avx, , 4, 4, 4, 1, 4, 4, 4, kGemmTableKindAll),
 };
 }

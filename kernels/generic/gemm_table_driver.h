@@ -262,6 +262,20 @@ void gemm_table_par(bool ta, bool tb, int m, int n, int k, double alpha, const d
     T::leave();                                                                                 \
   }
 
+// One row of a branch's kernel table over the routines that
+// TARN_GEMM_TABLE_ROUTINES(br, sfx, ...) defines: words 0-7 as given, each
+// transposed copy in both of its slots.
+#define TARN_GEMM_TABLE_ROW(br, sfx, min_m, min_n, min_k, generation, copy_m, copy_n, copy_k, \
+                            kind)                                                               \
+  {                                                                                             \
+    min_m, min_n, min_k, generation, copy_m, copy_n, copy_k, kind,                              \
+        tarn_blas_##br##_dgemm_get_blks_size##sfx, nullptr, tarn_blas_##br##_dgemm_get_bufs,    \
+        tarn_blas_##br##_dgemm_copyan##sfx, tarn_blas_##br##_dgemm_copyat##sfx,                 \
+        tarn_blas_##br##_dgemm_copyat##sfx, tarn_blas_##br##_dgemm_copybn##sfx,                 \
+        tarn_blas_##br##_dgemm_copybt##sfx, tarn_blas_##br##_dgemm_copybt##sfx,                 \
+        tarn_blas_##br##_dgemm_ker0##sfx, nullptr, nullptr                                      \
+  }
+
 // The services of a kernel-table branch over its table record T; the
 // branch's file defines the table itself and tarn_<br>_d_opt_gemm_ker.
 #define TARN_GEMM_TABLE_SERVICES(br, T)                                                         \

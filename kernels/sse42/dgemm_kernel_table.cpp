@@ -25,9 +25,6 @@ TARN_GEMM_TABLE_SERVICES(sse42, Sse42Table)
 extern "C" {
 int tarn_sse42_d_opt_gemm_ker = 0;
 const gemm_kernel_row tarn_sse42_d_all_gemm_ker[Sse42Table::rows] = {
-    {2, 4, 4, 1, 2, 4, 4, kGemmTableKindAllSse, tarn_blas_sse42_dgemm_get_blks_size, nullptr,
-     tarn_blas_sse42_dgemm_get_bufs, tarn_blas_sse42_dgemm_copyan, tarn_blas_sse42_dgemm_copyat,
-     tarn_blas_sse42_dgemm_copyat, tarn_blas_sse42_dgemm_copybn, tarn_blas_sse42_dgemm_copybt,
-     tarn_blas_sse42_dgemm_copybt, tarn_blas_sse42_dgemm_ker0, nullptr, nullptr},
+    TARN_GEMM_TABLE_ROW(sse42, , 2, 4, 4, 1, 2, 4, 4, kGemmTableKindAllSse),
 };
 }

@@ -33,14 +33,7 @@ TARN_GEMM_TABLE_SERVICES(ssse3, Ssse3Table)
 extern "C" {
 int tarn_ssse3_d_opt_gemm_ker = 0;
 const gemm_kernel_row tarn_ssse3_d_all_gemm_ker[Ssse3Table::rows] = {
-    {2, 2, 2, 4, 2, 8, 2, kGemmTableKindAllSse, tarn_blas_ssse3_dgemm_get_blks_size, nullptr,
-     tarn_blas_ssse3_dgemm_get_bufs, tarn_blas_ssse3_dgemm_copyan, tarn_blas_ssse3_dgemm_copyat,
-     tarn_blas_ssse3_dgemm_copyat, tarn_blas_ssse3_dgemm_copybn, tarn_blas_ssse3_dgemm_copybt,
-     tarn_blas_ssse3_dgemm_copybt, tarn_blas_ssse3_dgemm_ker0, nullptr, nullptr},
-    {2, 4, 4, 1, 2, 4, 4, kGemmTableKindAllSse, tarn_blas_ssse3_dgemm_get_blks_size_quad, nullptr,
-     tarn_blas_ssse3_dgemm_get_bufs, tarn_blas_ssse3_dgemm_copyan_quad,
-     tarn_blas_ssse3_dgemm_copyat_quad, tarn_blas_ssse3_dgemm_copyat_quad,
-     tarn_blas_ssse3_dgemm_copybn_quad, tarn_blas_ssse3_dgemm_copybt_quad,
-     tarn_blas_ssse3_dgemm_copybt_quad, tarn_blas_ssse3_dgemm_ker0_quad, nullptr, nullptr},
+    TARN_GEMM_TABLE_ROW(ssse3, , 2, 2, 2, 4, 2, 8, 2, kGemmTableKindAllSse),
+    TARN_GEMM_TABLE_ROW(ssse3, _quad, 2, 4, 4, 1, 2, 4, 4, kGemmTableKindAllSse),
 };
 }
