@@ -49,14 +49,25 @@
 // best of a few): the walk over 500 A panels 79-80 %, and the same with one
 // A panel and one C tile used over and over, with one B panel for every
 // tile, or with the update of C left out, so neither memory nor C is what
-// is left. Loops of the tile's instructions alone: seven multiply-adds a
-// step 85-88 %, with the A load 82-83 %, with one more no-op 78-80 %; it is
-// the eighth instruction per step that costs, whatever it is. With every
-// operand held in cache the walk's fetches cost 1.3 points (80.5 % with
-// them, 81.8 % without), and the start and update of each tile about one
-// more against the loop alone; in the product the fetches are what keep
-// it from losing a quarter of its rate. The walk is also sensitive to
-// where its loops lie: 64-byte alignment of the loops, padding before
+// is left. Loops of the tile's instructions alone (peak windows as long
+// as the sample; windows shorter than it had read the loops 2-3 points
+// high): seven register-only chains 88 %, the 7/8 bound; seven multiply-
+// adds a step with their broadcast operands 83.6 %, with the A load 81 %,
+// with one more no-op 78 %. So the walk in cache (80-81 %) and the product
+// (79-80 %) stand at 97-99 % of the tile's own loop: 60 no-ops more per
+// tile cost 0.3 points. The loop's rate is not a matter of its instruction
+// count: the same 64-step block, data in cache, runs at either 80.5 % or
+// 86.8 % from one call to the next (two steady schedules of the seven
+// chains on the two pipes; a fence before the block did not choose
+// between them), but in the tile's setting (accumulators zeroed per tile,
+// B from the second-level cache) every arrangement measured stays at
+// 81-83 %: loops of 8 to 64 steps, no-ops at 40 random places in the
+// 8-step loop (all slower), C loaded at the tile's start instead of added
+// at its end; a fully unrolled tile falls to the legacy decoders (66 %).
+// With every operand held in cache the walk's fetches cost 1.3 points
+// (80.5 % with them, 81.8 % without); in the product they are what keep it
+// from losing a quarter of its rate. The walk is also sensitive to where
+// its loops lie: 64-byte alignment of the loops, padding before
 // them, or the plain loop unrolled by 16 cost 1-3 points; A addressed
 // through the loop counter (one instruction less per eight steps, +0.4
 // points) and depth blocks of equal size (11 of 364 rather than ten of 384
