@@ -65,13 +65,14 @@
 // 8-step loop (all slower), C loaded at the tile's start instead of added
 // at its end; a fully unrolled tile falls to the legacy decoders (66 %).
 // With every operand held in cache the walk's fetches cost 1.3 points
-// (80.5 % with them, 81.8 % without); in the product they are what keep it
-// from losing a quarter of its rate. The walk is also sensitive to where
-// its loops lie: 64-byte alignment of the loops, padding before
-// them, or the plain loop unrolled by 16 cost 1-3 points; A addressed
-// through the loop counter (one instruction less per eight steps, +0.4
-// points) and depth blocks of equal size (11 of 364 rather than ten of 384
-// and one of 160) stayed within this machine's noise.
+// (80.5 % with them, 81.8 % without, measured on another day); in the
+// product they are what keep it from losing a quarter of its rate. The
+// walk is also sensitive to where its loops lie: 64-byte alignment of the
+// loops, padding before them, or the plain loop unrolled by 16 cost 1-3
+// points; A addressed through the loop counter (one instruction less per
+// eight steps, +0.4 points) and depth blocks of equal size (11 of 364
+// rather than ten of 384 and one of 160) stayed within this machine's
+// noise.
 //
 // Included only by kernels/avx512/*.cpp (anonymous namespace).
 #pragma once
