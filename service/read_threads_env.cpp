@@ -53,16 +53,6 @@ void store_if_unset(int* count, int value) {
   if (*count < 0) *count = value;
 }
 
-int* domain_count(int domain) {
-  switch (domain) {
-    case TARN_DOMAIN_ALL: return &__tarn_num_threads;
-    case TARN_DOMAIN_BLAS: return &__tarn_blas_num_threads;
-    case TARN_DOMAIN_FFT: return &__tarn_fft_num_threads;
-    case TARN_DOMAIN_VML: return &__tarn_vml_num_threads;
-    default: return &__tarn_spsolve_num_threads;
-  }
-}
-
 // TARN_DOMAIN_NUM_THREADS: pairs "keyword=value" or "keyword value",
 // separated by blanks, ',', ';', ':' or quotes.
 void parse_domain_list(const char* s) {
@@ -88,7 +78,7 @@ void parse_domain_list(const char* s) {
     if (value < 1) continue;
     for (const DomainKeyword& k : kDomainKeywords) {
       if (std::strlen(k.keyword) == key_len && std::strncmp(k.keyword, s + key_begin, key_len) == 0) {
-        store_if_unset(domain_count(k.domain), static_cast<int>(value));
+        store_if_unset(tarn_serv_domain_count(k.domain), static_cast<int>(value));
         break;
       }
     }

@@ -46,18 +46,6 @@ pthread_mutex_t g_key_lock = PTHREAD_MUTEX_INITIALIZER;
 constexpr int kDomainFirst = TARN_DOMAIN_ALL;
 constexpr int kDomainLast = TARN_DOMAIN_SPSOLVE;
 
-// The count of a domain, 0 to 4; domain 0 is the general count.
-int* domain_count(int domain) {
-  switch (domain) {
-    case TARN_DOMAIN_ALL: return &__tarn_num_threads;
-    case TARN_DOMAIN_BLAS: return &__tarn_blas_num_threads;
-    case TARN_DOMAIN_FFT: return &__tarn_fft_num_threads;
-    case TARN_DOMAIN_VML: return &__tarn_vml_num_threads;
-    case TARN_DOMAIN_SPSOLVE: return &__tarn_spsolve_num_threads;
-    default: return nullptr;
-  }
-}
-
 void threads_start() {
   if (__atomic_load_n(&__threads_env_NOT_readed, __ATOMIC_ACQUIRE) == 0) return;
   pthread_mutex_lock(&g_start_lock);
@@ -84,6 +72,17 @@ int local_count() {
 
 extern "C" {
 
+int* tarn_serv_domain_count(int domain) {
+  switch (domain) {
+    case TARN_DOMAIN_ALL: return &__tarn_num_threads;
+    case TARN_DOMAIN_BLAS: return &__tarn_blas_num_threads;
+    case TARN_DOMAIN_FFT: return &__tarn_fft_num_threads;
+    case TARN_DOMAIN_VML: return &__tarn_vml_num_threads;
+    case TARN_DOMAIN_SPSOLVE: return &__tarn_spsolve_num_threads;
+    default: return nullptr;
+  }
+}
+
 int tarn_serv_domain_get_max_threads(int domain) {
   // A thread-local count beats everything, also inside a parallel region.
   int local = local_count();
@@ -94,8 +93,8 @@ int tarn_serv_domain_get_max_threads(int domain) {
 
   int count = -1;
   bool is_explicit = false;
-  if (domain > TARN_DOMAIN_ALL && domain <= kDomainLast && *domain_count(domain) > 0) {
-    count = *domain_count(domain);
+  if (domain > TARN_DOMAIN_ALL && domain <= kDomainLast && *tarn_serv_domain_count(domain) > 0) {
+    count = *tarn_serv_domain_count(domain);
     is_explicit = true;
   } else if (__tarn_num_threads > 0) {
     count = __tarn_num_threads;
@@ -127,7 +126,7 @@ void tarn_serv_set_num_threads(int count) {
 
 int tarn_serv_domain_set_num_threads(int count, int domain) {
   if (count < 0 || domain < kDomainFirst || domain > kDomainLast) return 0;
-  *domain_count(domain) = count;
+  *tarn_serv_domain_count(domain) = count;
   return 1;
 }
 
@@ -193,7 +192,7 @@ int tarn_serv_get_nlogicalcores(void) {
 
 void tarn_serv_threads_reset(void) {
   pthread_mutex_lock(&g_start_lock);
-  for (int d = kDomainFirst; d <= kDomainLast; ++d) *domain_count(d) = -1;
+  for (int d = kDomainFirst; d <= kDomainLast; ++d) *tarn_serv_domain_count(d) = -1;
   __tarn_dynamic = -1;
   __tarn_num_stripes = -1;
   __omp_num_threads = -1;

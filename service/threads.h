@@ -58,6 +58,9 @@ int tarn_serv_get_nlogicalcores(void);
 int tarn_serv_mpi_get_ppn(void);
 
 // Internal steps, reachable for tests.
+// Where the count of a domain is kept (TARN_DOMAIN_ALL: the general
+// count); null for an unknown domain.
+int* tarn_serv_domain_count(int domain);
 void tarn_read_threads_env(void);
 void count_cores_impl(int* packages, int* cores, int* logical);
 // Forgets everything the environment and the setters stored and the calling
