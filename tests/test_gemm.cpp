@@ -390,6 +390,29 @@ TEST_P(GemmDescriptors, EveryModeAndLoopOrderGivesTheProduct) {
         }
 }
 
+TEST_P(GemmDescriptors, NothingToAddOnlyScalesC) {
+  // Alpha 0 or depth 0: every mode only scales C, and beta 0 clears NaN.
+  const DescriptorCase& d = GetParam();
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (int copy_kernel : {0, 1, 3, 5})
+    for (Shape s : {Shape{45, 30, 20}, Shape{45, 30, 0}})
+      for (double beta : {0.0, -3.0, 1.0}) {
+        Problem p('T', 'N', s, s.k > 0 ? 0.0 : 1.5, beta, 2, 7);
+        p.c(3, 4) = beta == 0.0 ? nan : p.c(3, 4);
+        testsupport::ref_dgemm(p.ta, p.tb, p.m, p.n, p.k, p.alpha, p.a.data(), p.a.ld,
+                               p.b.data(), p.b.ld, p.beta, p.want.data(), p.want.ld);
+        gemm_thread_opts opts{};
+        opts.copy_kernel = copy_kernel;
+        blas_strategy strategy{};
+        d.map(&opts, &strategy);
+        d.internal(&p.ta, &p.tb, &p.m, &p.n, &p.k, &p.alpha, p.a.data(), &p.a.ld, p.b.data(),
+                   &p.b.ld, &p.beta, p.c.data(), &p.c.ld, &strategy);
+        SCOPED_TRACE("copy_kernel " + std::to_string(copy_kernel) + " k " +
+                     std::to_string(s.k) + " beta " + std::to_string(beta));
+        p.expect_match();
+      }
+}
+
 TEST_P(GemmDescriptors, PackingRoutinesAndKernelOfTheKernelInformation) {
   // What a thread of the threaded layer does with shared buffers: pack A and
   // B with the named routines, then run the named kernel on them, and run

@@ -327,6 +327,21 @@ inline BlasOperands blas_operands(blas_matrix* a, blas_matrix* b, blas_matrix* c
   return o;
 }
 
+// Scales C by beta up front, so that the packed loops only add (beta 1) or
+// store (beta 0); returns the beta they see. Where alpha or the depth leaves
+// nothing to add, C is finished here and *done is set.
+inline double blas_prescale_c(const blas_op_params* op, BlasOperands o,
+                              const blas_kernel_info* info, bool* done) {
+  double beta = op->beta;
+  if (beta != 1.0 && beta != 0.0) {
+    info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+    beta = 1.0;
+  }
+  *done = op->alpha == 0.0 || o.k < 1;
+  if (*done && beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
+  return beta;
+}
+
 // The thin path in descriptor form.
 template <class D>
 void d_pst_wrapper(const blas_op_params* op, blas_matrix* a, blas_matrix* b, blas_matrix* c) {
@@ -341,15 +356,9 @@ void d_generic_fullacopybcopy(const blas_op_params* op, blas_matrix* a, blas_mat
   using R = typename D::Packed;
   const BlasOperands o = blas_operands(a, b, c);
   if (o.m < 1 || o.n < 1) return;
-  double beta = op->beta;
-  if (beta != 1.0 && beta != 0.0) {
-    info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
-    beta = 1.0;
-  }
-  if (op->alpha == 0.0 || o.k < 1) {
-    if (beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
-    return;
-  }
+  bool done;
+  const double beta = blas_prescale_c(op, o, info, &done);
+  if (done) return;
   blas_buffers own;
   blas_buffers* bufs = shared_buffers;
   if (bufs == nullptr) {
@@ -464,14 +473,9 @@ void xdgemm_acopiedbcopy(const blas_op_params* op, blas_matrix* a, blas_matrix* 
     }
     bbuf = own.b_desc.pointer;
   }
-  double beta = op->beta;
-  if (beta != 1.0 && beta != 0.0) {
-    info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
-    beta = 1.0;
-  }
-  if (op->alpha == 0.0 || o.k < 1) {
-    if (beta == 0.0) info->mscale(&o.m, &o.n, &beta, o.c, &o.ldc);
-  } else {
+  bool done;
+  const double beta = blas_prescale_c(op, o, info, &done);
+  if (!done) {
     const int nc = shared_buffers->nc;
     // Whole row panels per row block, so that each block starts on a panel.
     const int mc = shared_buffers->mc >= R::mr ? shared_buffers->mc / R::mr * R::mr
