@@ -57,7 +57,7 @@ int tarn_serv_get_nlogicalcores(void);
 
 int tarn_serv_mpi_get_ppn(void);
 
-// Internal steps, reachable for tests.
+// Internal steps, shared by the service files and reachable for tests.
 // Where the count of a domain is kept (TARN_DOMAIN_ALL: the general
 // count); null for an unknown domain.
 int* tarn_serv_domain_count(int domain);
