@@ -13,9 +13,9 @@
 // be scheduled, which the processor time leaves out. A DGEMM call is set
 // against windows of the peak loop of the same length run just before and
 // after it (bench_bracketed), and the best ratio of the repetitions is
-// shown, with the median of all of them where there are several; the other operations take the best of their repetitions against
-// the best of short peak windows before and after. Prints GFlops and the
-// ratio to peak.
+// shown, with the median of all of them where there are several; the other
+// operations take the best of their repetitions against the best of short
+// peak windows before and after. Prints GFlops and the ratio to peak.
 
 #include <cctype>
 #include <cstdio>

@@ -57,9 +57,10 @@ double bench_median(std::vector<double> v);
 // Times `reps` calls of f, each of `flops` flops, with a window of the peak
 // loop of the same flops before and after each call; each call is set
 // against the mean of the two windows beside it, and the call with the best
-// ratio is returned, with the median ratio of all calls beside it. The clock of this machine moves by up to 15 % within a
-// second: the best of a few short peak windows catches a high moment that a
-// call of seconds cannot, and understates every ratio by several points.
+// ratio is returned, with the median ratio of all calls beside it. The
+// clock of this machine moves by up to 15 % within a second: the best of a
+// few short peak windows catches a high moment that a call of seconds
+// cannot, and understates every ratio by several points.
 template <class F>
 BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f) {
   BenchRate best = {0.0, 0.0};

@@ -45,7 +45,8 @@ extern "C" void tarn_blas_avx512_xdgemm(const char* transa, const char* transb, 
     gemm_packed_path<Avx512Gemm>(kGemmLoopOrderRowsFirst, ta, tb, mm, nn, kk, *alpha, a, *lda, b,
                                  *ldb, *beta, c, *ldc);
   else
-    gemm_nocopy_driver<Avx512GemmDesc::Nocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb, *beta, c,
-                                         *ldc, Avx512GemmDesc::nocopy_limits(ta, tb));
+    gemm_nocopy_driver<Avx512GemmDesc::Nocopy>(ta, tb, mm, nn, kk, *alpha, a, *lda, b, *ldb,
+                                               *beta, c, *ldc,
+                                               Avx512GemmDesc::nocopy_limits(ta, tb));
   _mm256_zeroupper();
 }

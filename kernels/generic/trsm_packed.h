@@ -118,8 +118,8 @@ void dtrxm_copy_block(const TrsmFrame& f, int r0, int len, double* dst, TrsmDiag
     const int k0 = f.lower ? r0 : r0 + ir + rows;
     const int k = f.lower ? ir : len - ir - rows;
     if (k > 0)
-      gemm_pack_a_padded<mr>(f.ta, rows, k, gemm_a_source<R>(f.ta, f.a, f.lda, r0 + ir, k0), f.lda,
-                            -1.0, panel);
+      gemm_pack_a_padded<mr>(f.ta, rows, k, gemm_a_source<R>(f.ta, f.a, f.lda, r0 + ir, k0),
+                             f.lda, -1.0, panel);
     double* tri = panel + mr * k;
     for (int i = 0; i < mr; ++i)
       for (int c = 0; c < mr; ++c) {
@@ -302,7 +302,7 @@ void trsm_packed_loops(const TrsmFrame& f, double* abuf, double* bbuf) {
       // Loop over the column block, nr at a time.
       for (int jr = 0; jr < ncur; jr += nr)
         gemm_pack_b_padded<nr>(f.right, len, trsm_min(nr, ncur - jr), f.bp(r0, jc + jr), f.ldb,
-                              bbuf + static_cast<ptrdiff_t>(jr) * len);
+                               bbuf + static_cast<ptrdiff_t>(jr) * len);
       // Loop over the block's micro-panels of mr rows, in solve order.
       for (int q = 0; q < npanels; ++q) {
         const int p = f.lower ? q : npanels - 1 - q;
