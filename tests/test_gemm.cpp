@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kernels/gemm_desc.h"
+#include "service/cpu.h"
 #include "tests/support/test_support.h"
 
 using testsupport::Matrix;
@@ -256,16 +257,17 @@ struct DescriptorCase {
   tarn_xdgemm_internal_fn* internal;
   bool (*supported)();
   int m_unroll, n_unroll;  // the branch's register tile
-  int kc_low, kc_high, kc_large, nc_max;
+  int kc_large;            // depth block of deep products; 0: sized to the L1 (below)
+  int nc_max;
 };
 
 const DescriptorCase kDescriptorBranches[] = {
     {"avx2", tarn_blas_avx2_dgemm_map_thread_to_kernel,
      tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
-     tarn_blas_avx2_xdgemm_internal, have_avx2, 28, 1, 192, 384, 192, 512},
+     tarn_blas_avx2_xdgemm_internal, have_avx2, 28, 1, 0, 512},
     {"avx512", tarn_blas_avx512_dgemm_map_thread_to_kernel,
      tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
-     tarn_blas_avx512_xdgemm_internal, have_avx512, 8, 7, 384, 768, 384, 192},
+     tarn_blas_avx512_xdgemm_internal, have_avx512, 8, 7, 384, 192},
 };
 
 // Records of one product as a thread of the threaded layer builds them.
@@ -353,16 +355,31 @@ TEST_P(GemmDescriptors, BlockSizesFollowTheShape) {
     return std::vector<int>{bufs.mc, bufs.nc, bufs.kc};
   };
   auto up = [](int x, int u) { return (x + u - 1) / u * u; };
-  // Rows round up to the tile; the depth is K, at least 128, up to the low
-  // limit, half of K below the high limit, then the large block.
+  const int kc = sizes(10, 10, 100000)[2];
+  if (d.kc_large != 0) {
+    EXPECT_EQ(kc, d.kc_large);
+  } else {
+    // The A panel stays in the first-level cache with room to spare for B
+    // and C, and is as deep as that allows, up to 192 (32 KiB where the
+    // processor does not describe its caches).
+    std::int64_t l1 = tarn_serv_get_cache_size(1);
+    if (l1 <= 0) l1 = 32768;
+    const std::int64_t room = l1 * 7 / 8, panel = std::int64_t{8} * d.m_unroll;
+    EXPECT_EQ(kc % 16, 0);
+    EXPECT_LE(kc * panel, room);
+    EXPECT_TRUE(kc == 192 || (kc + 16) * panel > room) << "kc " << kc << ", L1 " << l1;
+  }
+  // Rows round up to the tile; the depth is K, at least 128, up to the
+  // block, half of K below twice the block, then the block.
   EXPECT_EQ(sizes(1000, 1000, 1000),
             (std::vector<int>{up(1000, d.m_unroll), up(d.nc_max, d.n_unroll),
-                              1000 < d.kc_high ? 500 : d.kc_large}));
+                              1000 < 2 * kc ? 500 : kc}));
   EXPECT_EQ(sizes(10, 10, 40)[2], 128);
   EXPECT_EQ(sizes(10, 100, 40)[1], up(24, d.n_unroll)) << "K below 48 narrows the B block";
-  EXPECT_EQ(sizes(10, 10, d.kc_low)[2], d.kc_low);
-  EXPECT_EQ(sizes(10, 10, d.kc_low + 3)[2], (d.kc_low + 4) / 2);
-  EXPECT_EQ(sizes(10, 10, d.kc_high)[2], d.kc_large);
+  EXPECT_EQ(sizes(10, 10, kc)[2], kc);
+  EXPECT_EQ(sizes(10, 10, kc + 3)[2], (kc + 4) / 2);
+  EXPECT_EQ(sizes(10, 10, 2 * kc - 1)[2], kc);
+  EXPECT_EQ(sizes(10, 10, 2 * kc)[2], kc);
 }
 
 TEST_P(GemmDescriptors, EveryModeAndLoopOrderGivesTheProduct) {

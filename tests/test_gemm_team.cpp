@@ -36,17 +36,15 @@ struct TeamBranch {
   tarn_xdgemm_internal_team_fn* team;
   int mr;        // rows of a packed A panel
   int mc;        // the largest row block
-  int kc_low;    // deepest product of one depth block
-  int kc_large;  // depth block of deep products
 };
 
 const TeamBranch kTeamBranches[] = {
     {"avx2", kernel_sets::has_avx2, tarn_blas_avx2_dgemm_map_thread_to_kernel,
      tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
-     tarn_blas_avx2_xdgemm_internal_team, 28, 5012, 192, 192},
+     tarn_blas_avx2_xdgemm_internal_team, 28, 5012},
     {"avx512", kernel_sets::has_avx512, tarn_blas_avx512_dgemm_map_thread_to_kernel,
      tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
-     tarn_blas_avx512_xdgemm_internal_team, 8, 4992, 384, 384},
+     tarn_blas_avx512_xdgemm_internal_team, 8, 4992},
 };
 
 void* element_notrans(int i, int j, const blas_matrix* x) {
@@ -67,6 +65,20 @@ blas_matrix describe(char t, int rows, int cols, double* data, int ld) {
   d.flags = t == 'N' ? kBlasMatrixNoTrans : kBlasMatrixTrans;
   d.get_pointer = t == 'N' ? element_notrans : element_trans;
   return d;
+}
+
+// The branch's depth block of deep products, which is also the deepest
+// product of a single block (the avx2 one follows the first-level cache).
+int depth_block(const TeamBranch& d) {
+  double one = 1.0;
+  blas_matrix a = describe('N', 100, 100000, &one, 100);
+  blas_matrix b = describe('N', 100000, 100, &one, 100000);
+  gemm_thread_opts opts{};
+  blas_strategy s{};
+  d.map(&opts, &s);
+  blas_buffers bufs{};
+  d.buffers(&a, &b, &s, &bufs);
+  return bufs.kc;
 }
 
 // The rows of op(A) that begin at `row` of a matrix stored as op(A) (t 'N')
@@ -176,15 +188,15 @@ TEST_P(GemmPackedASet, OneBlockAsTheOneThreadDriverPacksIt) {
 }
 
 TEST_P(GemmPackedASet, SeveralDepthBlocks) {
-  const TeamBranch& d = k();
+  const int kc = depth_block(k());
   uint64_t seed = 200;
   for (char ta : {'N', 'T'})
     for (char tb : {'N', 'T'}) {
-      // Two halves of K just above the low limit, then three large blocks
-      // with a short last one.
-      check(ta, tb, 61, 0, 61, 19, d.kc_low + 7, -1.0, 1.0, seed % 2 == 0, seed);
+      // Two halves of K just above one block, then three blocks with a
+      // short last one.
+      check(ta, tb, 61, 0, 61, 19, kc + 7, -1.0, 1.0, seed % 2 == 0, seed);
       ++seed;
-      check(ta, tb, 37, 0, 37, 13, 2 * d.kc_large + 41, 0.75, 0.0, seed % 2 == 0, seed);
+      check(ta, tb, 37, 0, 37, 13, 2 * kc + 41, 0.75, 0.0, seed % 2 == 0, seed);
       ++seed;
     }
 }
@@ -195,18 +207,19 @@ TEST_P(GemmPackedASet, SeveralRowBlocks) {
   check('N', 'N', d.mc + 18, 0, d.mc + 18, 40, 20, -1.0, 1.0, true, 300);
   check('T', 'N', d.mc + 18, 0, d.mc + 18, 9, 20, 2.0, 0.0, false, 301);
   // Rows and depth both blocked.
-  check('N', 'T', d.mc + 18, 0, d.mc + 18, 7, d.kc_low + 31, 1.0, 0.5, false, 302);
+  check('N', 'T', d.mc + 18, 0, d.mc + 18, 7, depth_block(d) + 31, 1.0, 0.5, false, 302);
 }
 
 TEST_P(GemmPackedASet, ProductFromARowPanelInsideTheSet) {
   const TeamBranch& d = k();
+  const int kc = depth_block(d);
   uint64_t seed = 400;
   for (char ta : {'N', 'T'}) {
     // A share of a team: from the third row panel to the end, and a share
     // that ends inside the set.
-    check(ta, 'N', 97, 2 * d.mr, 97 - 2 * d.mr, 11, d.kc_low + 5, -1.0, 1.0, true, seed++);
+    check(ta, 'N', 97, 2 * d.mr, 97 - 2 * d.mr, 11, kc + 5, -1.0, 1.0, true, seed++);
     check(ta, 'T', 5 * d.mr + 3, d.mr, 3 * d.mr, 6, 30, 1.0, 0.0, false, seed++);
-    check(ta, 'N', d.mc + 40, d.mr, d.mc, 5, d.kc_low + 9, -0.5, 2.0, false, seed++);
+    check(ta, 'N', d.mc + 40, d.mr, d.mc, 5, kc + 9, -0.5, 2.0, false, seed++);
     // Rows that end inside a whole panel of the set: its edge panels lie
     // elsewhere, so the product must not read the set there but pack A
     // itself (with the operation's alpha, here the one of the set).
@@ -429,11 +442,12 @@ TEST_P(GemmTeamEntry, OneDepthBlock) {
 
 TEST_P(GemmTeamEntry, SeveralDepthBlocks) {
   const TeamBranch& d = k();
+  const int kc = depth_block(d);
   uint64_t seed = 800;
   for (int nthr = 1; nthr <= 4; ++nthr) {
-    Product p('N', 'N', 150, 29, d.kc_low + 11, -1.0, 1.0, seed);
+    Product p('N', 'N', 150, 29, kc + 11, -1.0, 1.0, seed);
     pack_then_multiply(d, nthr, p, {1.0, 0.0}, seed + 10);
-    Product q('T', 'N', 61, 8, 2 * d.kc_large + 5, 0.5, 1.0, seed + 20);
+    Product q('T', 'N', 61, 8, 2 * kc + 5, 0.5, 1.0, seed + 20);
     pack_then_multiply(d, nthr, q, {2.0}, seed + 30);
     seed += 40;
   }

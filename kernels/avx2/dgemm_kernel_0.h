@@ -7,9 +7,13 @@
 // 12 by 2 and 4 by 6 tiles) stop at 6/8. Measured here on one packed panel
 // in the first-level cache: 28x1 70 % of the peak loop, 4x6 50 %, 12x2 and
 // 8x3 33 % (the compiler spills those). The A panel of 28 rows must stay in
-// the first-level cache: with a depth block of 192 (42 KiB) the kernel ran
-// at 78 %, with 128 at 70 % (the per-tile overhead weighs more), with 256 at
-// 57 % (the panel no longer fits).
+// the first-level cache, so the depth block follows that cache's size
+// (gemm_depth_for_l1). With a 48 KiB cache the kernel ran at 78 % with a
+// depth of 192 (42 KiB), at 70 % with 128 (the per-tile overhead weighs
+// more), at 57 % with 256 (the panel no longer fits). With a 32 KiB cache
+// the product at m=n=k=4000 ran at 74 % with 96, 75 % with 128, 73 % with
+// 144 and 51 % with 160 or 192: past 128 the panel spills to the second
+// level, whose 32 bytes a cycle cannot feed seven A loads a step.
 //
 // Included only by kernels/avx2/*.cpp (anonymous namespace).
 #pragma once
@@ -19,13 +23,16 @@
 
 namespace {
 
+// Vectors of four rows in the tile.
+constexpr int kAvx2TileVectors = 7;
+
 struct Avx2Sizes {
-  static constexpr int kc_min = 128, kc_low = 192, kc_high = 384, kc_large = 192;
+  static GemmDepth depth() { return gemm_depth_for_l1<kAvx2TileVectors * 4, 192>(); }
   static constexpr int mc_max = 5000, nc_max = 512, nc_max_small_k = 24, small_k = 48;
   static constexpr int pst_m_limit = 8, pst_n_limit = 2;
 };
 
-using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, 7, 1, Avx2Sizes>;
+using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, kAvx2TileVectors, 1, Avx2Sizes>;
 
 struct Avx2GemmNocopy : Avx2Gemm {
   static constexpr int nocopy_max_k = 256;

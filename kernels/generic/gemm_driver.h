@@ -4,7 +4,9 @@
 //   mr, nr              register tile: C rows and columns per kernel call
 //   kc_min, kc_low, kc_high, kc_large
 //                       depth block: K (at least kc_min) up to kc_low, half
-//                       of K (rounded up) below kc_high, else kc_large
+//                       of K (rounded up) below kc_high, else kc_large; or
+//                       depth(), returning the four, where they hang on the
+//                       machine
 //   mc_max, nc_max      row block of A and column block of B
 //   nc_max_small_k, small_k   narrower B block when K is below small_k
 //   pst_m_limit, pst_n_limit  below these the thin path is taken: M for
@@ -31,6 +33,7 @@
 #include "kernels/gemm_desc.h"
 #include "kernels/generic/gemm_edge_tile.h"
 #include "kernels/generic/gemm_pack.h"
+#include "service/cpu.h"
 #include "service/messages.h"
 
 namespace {
@@ -119,15 +122,53 @@ struct GemmBlocks {
   int mc, nc, kc;
 };
 
+// The depth limits of a record: its constants, or what its depth() returns
+// for a record whose limits hang on the machine (gemm_depth_for_l1).
+struct GemmDepth {
+  int kc_min, kc_low, kc_high, kc_large;
+};
+
+template <class R>
+GemmDepth gemm_depth() {
+  if constexpr (requires { R::depth(); })
+    return R::depth();
+  else
+    return {R::kc_min, R::kc_low, R::kc_high, R::kc_large};
+}
+
+// Depth limits for a tile whose A panel of MR rows must stay in the
+// first-level data cache while B streams past it: the deepest block, in
+// steps of 16 and at most KcMax, whose panel takes no more than 7/8 of that
+// cache (the rest holds the B column and C in flight). The size is the
+// service layer's, fixed at 32 KiB in a reproducible run, so that such runs
+// block alike everywhere; 32 KiB also where the processor does not describe
+// its caches the way the service layer reads them. Found once per process.
+constexpr std::int64_t kGemmDefaultL1 = 32768;
+constexpr int kGemmDepthStep = 16, kGemmDepthFloor = 64, kGemmDepthMin = 128;
+
+template <int MR, int KcMax>
+GemmDepth gemm_depth_for_l1() {
+  static const GemmDepth d = [] {
+    std::int64_t l1 = tarn_serv_get_cache_size(1);
+    if (l1 <= 0) l1 = kGemmDefaultL1;
+    const std::int64_t fit = l1 * 7 / 8 / (MR * (std::int64_t)sizeof(double));
+    int kc = (int)(fit < KcMax ? fit : KcMax) / kGemmDepthStep * kGemmDepthStep;
+    kc = gemm_max(kc, kGemmDepthFloor);
+    return GemmDepth{kGemmDepthMin, kc, 2 * kc, kc};
+  }();
+  return d;
+}
+
 template <class R>
 GemmBlocks gemm_block_sizes(int m, int n, int k) {
+  const GemmDepth depth = gemm_depth<R>();
   GemmBlocks s;
-  if (k <= R::kc_low)
-    s.kc = gemm_max(k, R::kc_min);
-  else if (k < R::kc_high)
+  if (k <= depth.kc_low)
+    s.kc = gemm_max(k, depth.kc_min);
+  else if (k < depth.kc_high)
     s.kc = (k + 1) / 2;
   else
-    s.kc = R::kc_large;
+    s.kc = depth.kc_large;
   s.mc = gemm_round_up(gemm_min(gemm_max(m, R::mr), R::mc_max), R::mr);
   const int nc_cap = k < R::small_k ? R::nc_max_small_k : R::nc_max;
   s.nc = gemm_round_up(gemm_min(gemm_max(n, R::nr), nc_cap), R::nr);
