@@ -12,8 +12,8 @@
 // depth of 192 (42 KiB), at 70 % with 128 (the per-tile overhead weighs
 // more), at 57 % with 256 (the panel no longer fits). With a 32 KiB cache
 // the product at m=n=k=4000 ran at 74 % with 96, 75 % with 128, 73 % with
-// 144 and 51 % with 160 or 192: past 128 the panel spills to the second
-// level, whose 32 bytes a cycle cannot feed seven A loads a step.
+// 144, 51 % with 160 and 48 % with 192: past 128 the panel no longer fits,
+// and seven A loads a step from the second level halve the rate.
 //
 // Included only by kernels/avx2/*.cpp (anonymous namespace).
 #pragma once

@@ -15,8 +15,9 @@
 
 namespace {
 
-// The depth block of the product (kc at the high limit) is the diagonal
-// block of the solve; nc_max bounds its column block.
+// The diagonal block of the solve, the product's depth block with a 48 KiB
+// first-level cache (the 4-row panels of this tile fit any such cache at
+// this depth); nc_max bounds its column block.
 struct Avx2TrsmSizes {
   static constexpr int kc_large = 192, nc_max = 192;
 };
