@@ -23,16 +23,13 @@
 
 namespace {
 
-// Vectors of four rows in the tile.
-constexpr int kAvx2TileVectors = 7;
-
 struct Avx2Sizes {
-  static GemmDepth depth() { return gemm_depth_for_l1<kAvx2TileVectors * 4, 192>(); }
+  static constexpr int kc_l1_max = 192;
   static constexpr int mc_max = 5000, nc_max = 512, nc_max_small_k = 24, small_k = 48;
   static constexpr int pst_m_limit = 8, pst_n_limit = 2;
 };
 
-using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, kAvx2TileVectors, 1, Avx2Sizes>;
+using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, 7, 1, Avx2Sizes>;
 
 struct Avx2GemmNocopy : Avx2Gemm {
   static constexpr int nocopy_max_k = 256;

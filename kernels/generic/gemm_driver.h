@@ -5,8 +5,8 @@
 //   kc_min, kc_low, kc_high, kc_large
 //                       depth block: K (at least kc_min) up to kc_low, half
 //                       of K (rounded up) below kc_high, else kc_large; or
-//                       depth(), returning the four, where they hang on the
-//                       machine
+//                       instead kc_l1_max, for limits that follow the
+//                       first-level cache (gemm_depth_for_l1)
 //   mc_max, nc_max      row block of A and column block of B
 //   nc_max_small_k, small_k   narrower B block when K is below small_k
 //   pst_m_limit, pst_n_limit  below these the thin path is taken: M for
@@ -122,19 +122,9 @@ struct GemmBlocks {
   int mc, nc, kc;
 };
 
-// The depth limits of a record: its constants, or what its depth() returns
-// for a record whose limits hang on the machine (gemm_depth_for_l1).
 struct GemmDepth {
   int kc_min, kc_low, kc_high, kc_large;
 };
-
-template <class R>
-GemmDepth gemm_depth() {
-  if constexpr (requires { R::depth(); })
-    return R::depth();
-  else
-    return {R::kc_min, R::kc_low, R::kc_high, R::kc_large};
-}
 
 // Depth limits for a tile whose A panel of MR rows must stay in the
 // first-level data cache while B streams past it: the deepest block, in
@@ -157,6 +147,16 @@ GemmDepth gemm_depth_for_l1() {
     return GemmDepth{kGemmDepthMin, kc, 2 * kc, kc};
   }();
   return d;
+}
+
+// The depth limits of a record: its constants, or those of its first-level
+// cache for a record with kc_l1_max.
+template <class R>
+GemmDepth gemm_depth() {
+  if constexpr (requires { R::kc_l1_max; })
+    return gemm_depth_for_l1<R::mr, R::kc_l1_max>();
+  else
+    return {R::kc_min, R::kc_low, R::kc_high, R::kc_large};
 }
 
 template <class R>
