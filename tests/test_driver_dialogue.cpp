@@ -14,6 +14,9 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
+
+#include "tests/support/test_support.h"
 
 namespace {
 
@@ -39,7 +42,11 @@ class PtyRun {
       dup2(pipe_stdout ? out_pipe[1] : slave, 1);
       dup2(slave, 2);
       if (chdir(LINPACK_DIR) != 0) _exit(127);
-      execl(LINPACK_BIN, LINPACK_BIN, static_cast<char*>(nullptr));
+      const std::vector<std::string> words = testsupport::command_for(LINPACK_BIN);
+      std::vector<char*> argv;
+      for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
+      argv.push_back(nullptr);
+      execv(argv[0], argv.data());
       _exit(127);
     }
     if (pipe_stdout) {

@@ -112,6 +112,7 @@ struct Avx512Gemm : GemmVectorTileRecord<GemmLanes<8>, 7, Avx512Sizes> {
   // be packed; in the last panels of a block also its share of the next B
   // block's source.
   static constexpr int kPanelTilesPerCall = 32;
+#if defined(__i386__)
   static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
                     int ntiles, int ntiles_all, const double* next_a, const GemmNextSource* src) {
     constexpr int kRowsOfSource = 8;
@@ -181,6 +182,7 @@ struct Avx512Gemm : GemmVectorTileRecord<GemmLanes<8>, 7, Avx512Sizes> {
       args.run = nullptr;
     }
   }
+#endif
   static void pack_a_panel(bool ta, int rows, int kc, const double* a, int lda, double alpha,
                            double* dst) {
     avx512_pack_a_panel(ta, rows, kc, a, lda, alpha, dst);

@@ -28,6 +28,8 @@
 // panels and the whole product (66.7 to 67.3 GF/s, 'N','N').
 #include "kernels/avx512/dgemm_panel_kernel.h"
 
+#if defined(__i386__)
+
 #include <cstddef>
 
 static_assert(offsetof(Avx512PanelArgs, a) == 0 && offsetof(Avx512PanelArgs, b) == 4 &&
@@ -258,3 +260,5 @@ tarn_avx512_dgemm_panel:
   .purgem TARN512_ZERO
   .popsection
 )");
+
+#endif  // __i386__

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
+#include <sstream>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -106,6 +108,34 @@ EnvGuard::~EnvGuard() {
   else unsetenv(name_.c_str());
 }
 
+const std::vector<std::string>& emulator() {
+  static const std::vector<std::string> words = [] {
+    std::vector<std::string> w;
+    std::istringstream line(LINPACK_EMULATOR);
+    for (std::string word; line >> word;) w.push_back(word);
+    return w;
+  }();
+  return words;
+}
+
+std::vector<std::string> command_for(const std::string& program) {
+  std::vector<std::string> words;
+  // Programs of this build lie under its directory; system tools do not.
+  char resolved[PATH_MAX], build[PATH_MAX];
+  const bool ours = realpath(program.c_str(), resolved) != nullptr &&
+                    realpath(LINPACK_DIR, build) != nullptr &&
+                    std::strncmp(resolved, build, std::strlen(build)) == 0;
+  if (ours) words = emulator();
+  words.push_back(program);
+  return words;
+}
+
+std::string shell_command_for(const std::string& program) {
+  std::string line;
+  for (const std::string& w : command_for(program)) line += (line.empty() ? "" : " ") + w;
+  return line;
+}
+
 namespace {
 void drain(int fd, std::string& into) {
   char buf[4096];
@@ -135,11 +165,12 @@ RunResult run_program(const std::string& program, const std::vector<std::string>
       if (eq == std::string::npos) unsetenv(e.c_str());
       else setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
     }
+    std::vector<std::string> words = command_for(program);
+    words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(program.c_str()));
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
     argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
+    execv(argv[0], argv.data());
     _exit(127);
   }
   close(out_pipe[1]);

@@ -79,9 +79,21 @@ struct RunResult {
   std::string out, err;
 };
 
+// The command that runs this build's programs: empty where they run
+// natively, the user-mode emulator's words where the kernel refuses them.
+const std::vector<std::string>& emulator();
+inline bool under_emulation() { return !emulator().empty(); }
+
+// The words that start `program`: behind the emulator when it is a program
+// of this build and the build has one.
+std::vector<std::string> command_for(const std::string& program);
+// The same, as one line for a shell.
+std::string shell_command_for(const std::string& program);
+
 // Runs a program with arguments, the given text on standard input (no
 // terminal), extra environment entries "NAME=value" (a bare "NAME" unsets),
-// in the directory dir (empty: the current one).
+// in the directory dir (empty: the current one). A program of this build
+// runs the way command_for starts it.
 RunResult run_program(const std::string& program, const std::vector<std::string>& args,
                       const std::string& input = "",
                       const std::vector<std::string>& env = {}, const std::string& dir = "");
