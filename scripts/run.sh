@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs the benchmark on the default input (or on the
-# input file given as the first argument).
+# input file given as the first argument); ARCH=i386 for the i386 program.
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
-build=${BUILD_DIR:-$top/build}
+. "$top/scripts/target.sh"
 bash "$top/scripts/build.sh"
 input=${1:-$build/lininput}
 cd "$build"
-exec ./linpack "$input"
+# shellcheck disable=SC2046
+exec $(runner) ./linpack "$input"

@@ -24,6 +24,18 @@ if [ ${#need[@]} -gt 0 ]; then
   apt_install "${need[@]}" || { echo "setup: apt-get install failed for ${need[*]}" >&2; exit 1; }
 fi
 
+# The i386 build's tests run natively where the kernel runs 32-bit programs,
+# else under user-mode emulation: a probe program tells which.
+probe=$(mktemp -d)
+printf 'int main(void) { return 0; }\n' > "$probe/p.c"
+if gcc -m32 "$probe/p.c" -o "$probe/p" 2>/dev/null && ! "$probe/p" 2>/dev/null; then
+  if ! have_pkg qemu-user; then
+    echo "setup: this kernel does not run 32-bit programs; installing qemu-user"
+    apt_install qemu-user || { echo "setup: apt-get install failed for qemu-user" >&2; exit 1; }
+  fi
+fi
+rm -rf "$probe"
+
 # hwloc for the 32-bit process, for topology discovery: the run-time library
 # comes from apt; its headers are unpacked into the build tree, as the i386
 # -dev package may not install while one i386 index is broken. Nothing built
