@@ -258,17 +258,32 @@ struct DescriptorCase {
   bool (*supported)();
   int m_unroll, n_unroll;  // the branch's register tile
   int kc_large;            // depth block of deep products; 0: sized to the L1 (below)
+  int kc_l1_max;           // the deepest block sized to the L1
   int nc_max;
+  int nc_max_small_k;      // the B block of shallow products
 };
 
+// The tiles and blocks of each target: sixteen and thirty-two registers in
+// 64-bit mode, eight in 32-bit mode.
+#if defined(__x86_64__)
 const DescriptorCase kDescriptorBranches[] = {
     {"avx2", tarn_blas_avx2_dgemm_map_thread_to_kernel,
      tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
-     tarn_blas_avx2_xdgemm_internal, have_avx2, 28, 1, 0, 512},
+     tarn_blas_avx2_xdgemm_internal, have_avx2, 8, 6, 0, 256, 256, 24},
     {"avx512", tarn_blas_avx512_dgemm_map_thread_to_kernel,
      tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
-     tarn_blas_avx512_xdgemm_internal, have_avx512, 8, 7, 384, 192},
+     tarn_blas_avx512_xdgemm_internal, have_avx512, 24, 8, 0, 192, 256, 32},
 };
+#else
+const DescriptorCase kDescriptorBranches[] = {
+    {"avx2", tarn_blas_avx2_dgemm_map_thread_to_kernel,
+     tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
+     tarn_blas_avx2_xdgemm_internal, have_avx2, 28, 1, 0, 192, 512, 24},
+    {"avx512", tarn_blas_avx512_dgemm_map_thread_to_kernel,
+     tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
+     tarn_blas_avx512_xdgemm_internal, have_avx512, 8, 7, 384, 0, 192, 24},
+};
+#endif
 
 // Records of one product as a thread of the threaded layer builds them.
 struct Records {
@@ -330,7 +345,7 @@ TEST_P(GemmDescriptors, PlanKernelSelectsMode) {
     EXPECT_EQ(s.buffer_api, row.mode == kGemmModeNocopy ? 4 : 2);
     ASSERT_NE(s.check, nullptr);
     EXPECT_EQ(s.check(&s), 1) << "unrolls already right";
-    s.m_unroll = 12;
+    s.m_unroll = d.m_unroll + 1;
     EXPECT_EQ(s.check(&s), 0) << "unrolls corrected";
     EXPECT_EQ(s.m_unroll, d.m_unroll);
   }
@@ -360,14 +375,14 @@ TEST_P(GemmDescriptors, BlockSizesFollowTheShape) {
     EXPECT_EQ(kc, d.kc_large);
   } else {
     // The A panel stays in the first-level cache with room to spare for B
-    // and C, and is as deep as that allows, up to 192 (32 KiB where the
-    // processor does not describe its caches).
+    // and C, and is as deep as that allows, up to the branch's limit (32 KiB
+    // where the processor does not describe its caches).
     std::int64_t l1 = tarn_serv_get_cache_size(1);
     if (l1 <= 0) l1 = 32768;
     const std::int64_t room = l1 * 7 / 8, panel = std::int64_t{8} * d.m_unroll;
     EXPECT_EQ(kc % 16, 0);
     EXPECT_LE(kc * panel, room);
-    EXPECT_TRUE(kc == 192 || (kc + 16) * panel > room) << "kc " << kc << ", L1 " << l1;
+    EXPECT_TRUE(kc == d.kc_l1_max || (kc + 16) * panel > room) << "kc " << kc << ", L1 " << l1;
   }
   // Rows round up to the tile; the depth is K, at least 128, up to the
   // block, half of K below twice the block, then the block.
@@ -375,7 +390,8 @@ TEST_P(GemmDescriptors, BlockSizesFollowTheShape) {
             (std::vector<int>{up(1000, d.m_unroll), up(d.nc_max, d.n_unroll),
                               1000 < 2 * kc ? 500 : kc}));
   EXPECT_EQ(sizes(10, 10, 40)[2], 128);
-  EXPECT_EQ(sizes(10, 100, 40)[1], up(24, d.n_unroll)) << "K below 48 narrows the B block";
+  EXPECT_EQ(sizes(10, 100, 40)[1], up(d.nc_max_small_k, d.n_unroll))
+      << "K below 48 narrows the B block";
   EXPECT_EQ(sizes(10, 10, kc)[2], kc);
   EXPECT_EQ(sizes(10, 10, kc + 3)[2], (kc + 4) / 2);
   EXPECT_EQ(sizes(10, 10, 2 * kc - 1)[2], kc);

@@ -38,13 +38,21 @@ struct TeamBranch {
   int mc;        // the largest row block
 };
 
+// The tiles of each target: sixteen and thirty-two registers in 64-bit
+// mode, eight in 32-bit mode.
+#if defined(__x86_64__)
+constexpr int kAvx2Rows = 8, kAvx2Block = 5000, kAvx512Rows = 24, kAvx512Block = 4992;
+#else
+constexpr int kAvx2Rows = 28, kAvx2Block = 5012, kAvx512Rows = 8, kAvx512Block = 4992;
+#endif
+
 const TeamBranch kTeamBranches[] = {
     {"avx2", kernel_sets::has_avx2, tarn_blas_avx2_dgemm_map_thread_to_kernel,
      tarn_blas_avx2_dgemm_initialize_kernel_info, tarn_blas_avx2_dgemm_initialize_buffers,
-     tarn_blas_avx2_xdgemm_internal_team, 28, 5012},
+     tarn_blas_avx2_xdgemm_internal_team, kAvx2Rows, kAvx2Block},
     {"avx512", kernel_sets::has_avx512, tarn_blas_avx512_dgemm_map_thread_to_kernel,
      tarn_blas_avx512_dgemm_initialize_kernel_info, tarn_blas_avx512_dgemm_initialize_buffers,
-     tarn_blas_avx512_xdgemm_internal_team, 8, 4992},
+     tarn_blas_avx512_xdgemm_internal_team, kAvx512Rows, kAvx512Block},
 };
 
 void* element_notrans(int i, int j, const blas_matrix* x) {

@@ -18,10 +18,31 @@
 // Included only by kernels/avx2/*.cpp (anonymous namespace).
 #pragma once
 
+#include "kernels/avx2/dgemm_panel_kernel.h"
 #include "kernels/generic/gemm_microkernel.h"
 #include "kernels/generic/gemm_nocopy.h"
 
 namespace {
+
+#if defined(__x86_64__)
+
+// 64-bit mode: sixteen registers.
+struct Avx2Sizes {
+  static constexpr int kc_l1_max = 256;
+  static constexpr int mc_max = 5000, nc_max = 256, nc_max_small_k = 24, small_k = 48;
+  static constexpr int pst_m_limit = 8, pst_n_limit = 2;
+};
+
+// The tile record with its panel walk.
+struct Avx2Gemm : GemmRegisterTileRecord<GemmLanes<4>, 2, 6, Avx2Sizes> {
+  static void panel(int kc, const double* a, const double* b, double* c, int ldc, bool b0,
+                    int ntiles, int ntiles_all, const double* next_a, const GemmNextSource* src) {
+    gemm_panel_walk<Avx2Gemm>(tarn_avx2_dgemm_panel, kc, a, b, c, ldc, b0, ntiles, ntiles_all,
+                              next_a, src);
+  }
+};
+
+#else
 
 struct Avx2Sizes {
   static constexpr int kc_l1_max = 192;
@@ -30,6 +51,8 @@ struct Avx2Sizes {
 };
 
 using Avx2Gemm = GemmMemoryATileRecord<GemmLanes<4>, 7, 1, Avx2Sizes>;
+
+#endif
 
 struct Avx2GemmNocopy : Avx2Gemm {
   static constexpr int nocopy_max_k = 256;
@@ -43,7 +66,7 @@ struct Avx2GemmDesc {
   static constexpr int align_hint = 4;
   // K, M, N limits of the packing-free driver by transposition, (a, b, c)
   // as in gemm_nocopy.h.
-  static GemmNocopyLimits nocopy_limits(bool ta, bool tb) {
+  static constexpr GemmNocopyLimits nocopy_limits(bool ta, bool tb) {
     constexpr GemmNocopyLimit kM = {8064, 4032, 6048};
     constexpr GemmNocopyLimits kNN = {{192, 96, 96}, kM, {192, 96, 144}};
     constexpr GemmNocopyLimits kNT = {{384, 192, 192}, kM, {192, 96, 144}};

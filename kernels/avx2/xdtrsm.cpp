@@ -22,7 +22,11 @@ struct Avx2TrsmSizes {
   static constexpr int kc_large = 192, nc_max = 192;
 };
 
+#if defined(__x86_64__)
+using Avx2TrsmGemm = GemmRegisterTileRecord<GemmLanes<4>, 2, 6, Avx2TrsmSizes>;  // the product's
+#else
 using Avx2TrsmGemm = GemmVectorTileRecord<GemmLanes<4>, 6, Avx2TrsmSizes>;
+#endif
 
 }  // namespace
 

@@ -43,10 +43,12 @@ inline __m512d avx512_pack_scale(__m512d alpha, __m512d x) {
   return One ? x : _mm512_mul_pd(alpha, x);
 }
 
-// Rows of op(A) are columns of A: 8 consecutive values of each of the 8
-// source rows, turned into 8 rows of the panel.
-template <bool One>
-inline void avx512_pack_a_t(int kc, const double* a, int lda, double alpha, double* dst) {
+// Eight rows of a panel whose rows are columns of the source (op(A) of a
+// transposed A, or op(B) of a B that is not): 8 consecutive values of each
+// of the 8 source columns, turned into 8 rows of the panel. Stride: doubles
+// from one k of the panel to the next (its height).
+template <bool One, int Stride>
+inline void avx512_pack8_t(int kc, const double* a, int lda, double alpha, double* dst) {
   const __m512d al = _mm512_set1_pd(alpha);
   constexpr int kBlock = 8;
   // Lane selections of the 128-bit quarters: even quarters of both
@@ -74,53 +76,79 @@ inline void avx512_pack_a_t(int kc, const double* a, int lda, double alpha, doub
     t3 = avx512_unpackhi(r2, r3);
     const __m512d v0 = avx512_quarters<kEven>(t0, t2), v1 = avx512_quarters<kOdd>(t0, t2);
     const __m512d v2 = avx512_quarters<kEven>(t1, t3), v3 = avx512_quarters<kOdd>(t1, t3);
-    double* d = dst + (ptrdiff_t)p * 8;
-    _mm512_storeu_pd(d + 0 * 8, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u0, v0)));
-    _mm512_storeu_pd(d + 4 * 8, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u0, v0)));
-    _mm512_storeu_pd(d + 2 * 8, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u1, v1)));
-    _mm512_storeu_pd(d + 6 * 8, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u1, v1)));
-    _mm512_storeu_pd(d + 1 * 8, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u2, v2)));
-    _mm512_storeu_pd(d + 5 * 8, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u2, v2)));
-    _mm512_storeu_pd(d + 3 * 8, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u3, v3)));
-    _mm512_storeu_pd(d + 7 * 8, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u3, v3)));
+    double* d = dst + (ptrdiff_t)p * Stride;
+    _mm512_storeu_pd(d + 0 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u0, v0)));
+    _mm512_storeu_pd(d + 4 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u0, v0)));
+    _mm512_storeu_pd(d + 2 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u1, v1)));
+    _mm512_storeu_pd(d + 6 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u1, v1)));
+    _mm512_storeu_pd(d + 1 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u2, v2)));
+    _mm512_storeu_pd(d + 5 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u2, v2)));
+    _mm512_storeu_pd(d + 3 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kEven>(u3, v3)));
+    _mm512_storeu_pd(d + 7 * Stride, avx512_pack_scale<One>(al, avx512_quarters<kOdd>(u3, v3)));
   }
   // The last k, one at a time.
   for (; p < kc; ++p)
     for (int i = 0; i < 8; ++i) {
       const double v = a[p + i * (ptrdiff_t)lda];
-      dst[p * 8 + i] = One ? v : alpha * v;
+      dst[p * Stride + i] = One ? v : alpha * v;
     }
 }
 
-// Rows of op(A) are rows of A: one 64-byte run per k.
-template <bool One>
-inline void avx512_pack_a_n(int kc, const double* a, int lda, double alpha, double* dst) {
+// Eight rows of a panel whose rows are rows of the source (op(A) of an A
+// that is not transposed, or op(B) of a transposed B): one 64-byte run per
+// k.
+template <bool One, int Stride>
+inline void avx512_pack8_n(int kc, const double* a, int lda, double alpha, double* dst) {
   const __m512d al = _mm512_set1_pd(alpha);
   // Loop over the depth, one k at a time.
   for (int p = 0; p < kc; ++p)
-    _mm512_storeu_pd(dst + (ptrdiff_t)p * 8,
+    _mm512_storeu_pd(dst + (ptrdiff_t)p * Stride,
                      avx512_pack_scale<One>(al, _mm512_loadu_pd(a + (ptrdiff_t)p * lda)));
 }
 
-inline void avx512_pack_a_panel(bool trans, int rows, int kc, const double* a, int lda,
-                                double alpha, double* dst) {
-  constexpr int kRows = 8;
-  if (rows != kRows) {
-    gemm_pack_a_panel<kRows>(trans, rows, kc, a, lda, alpha, dst);
-    return;
-  }
-  if (trans) {
-    if (alpha == 1.0)
-      avx512_pack_a_t<true>(kc, a, lda, alpha, dst);
+// A whole panel of Rows rows of op(A) times alpha, eight rows at a time.
+template <int Rows, bool One>
+inline void avx512_pack_a_rows(bool trans, int kc, const double* a, int lda, double alpha,
+                               double* dst) {
+  static_assert(Rows % 8 == 0, "whole vectors of rows");
+  // Loop over the panel's vectors of eight rows.
+  for (int g = 0; g < Rows; g += 8) {
+    if (trans)
+      avx512_pack8_t<One, Rows>(kc, a + (ptrdiff_t)g * lda, lda, alpha, dst + g);
     else
-      avx512_pack_a_t<false>(kc, a, lda, alpha, dst);
-  } else {
-    if (alpha == 1.0)
-      avx512_pack_a_n<true>(kc, a, lda, alpha, dst);
-    else
-      avx512_pack_a_n<false>(kc, a, lda, alpha, dst);
+      avx512_pack8_n<One, Rows>(kc, a + g, lda, alpha, dst + g);
   }
 }
+
+template <int Rows>
+inline void avx512_pack_a_panel(bool trans, int rows, int kc, const double* a, int lda,
+                                double alpha, double* dst) {
+  if (rows != Rows)
+    gemm_pack_a_panel<Rows>(trans, rows, kc, a, lda, alpha, dst);
+  else if (alpha == 1.0)
+    avx512_pack_a_rows<Rows, true>(trans, kc, a, lda, alpha, dst);
+  else
+    avx512_pack_a_rows<Rows, false>(trans, kc, a, lda, alpha, dst);
+}
+
+#if defined(__x86_64__)
+
+// Columns of op(B), 8 per panel, into dst[p*8 + j]: the panel's rows are
+// the source's columns when B is not transposed (8 by 8 turns in
+// registers), its rows when it is.
+constexpr int kPackCols = 8;
+
+inline void avx512_pack_b_panel(bool trans, int kc, int cols, const double* b, int ldb,
+                                double* dst) {
+  if (cols != kPackCols)
+    gemm_pack_b_panel<kPackCols>(trans, kc, cols, b, ldb, dst);
+  else if (trans)
+    avx512_pack8_n<true, kPackCols>(kc, b, ldb, 1.0, dst);
+  else
+    avx512_pack8_t<true, kPackCols>(kc, b, ldb, 1.0, dst);
+}
+
+#else
 
 // Columns of op(B), 7 per panel, into dst[p*7 + j]. Not transposed: 8 k
 // at a time, the 56 packed values are 7 gathers of 8 (the index of packed
@@ -185,5 +213,7 @@ inline void avx512_pack_b_panel(bool trans, int kc, int cols, const double* b, i
   else
     avx512_pack_b_n(kc, b, ldb, dst);
 }
+
+#endif
 
 }  // namespace

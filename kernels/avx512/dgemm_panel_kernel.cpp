@@ -1,5 +1,239 @@
-// tarn_avx512_dgemm_panel (see dgemm_panel_kernel.h), written as assembly:
-// in 32-bit mode the compiled tile kept its depth counter and prefetch
+// tarn_avx512_dgemm_panel (see dgemm_panel_kernel.h): in 64-bit mode a
+// walk of the 24 by 8 tile in intrinsics, in 32-bit mode assembly around
+// the 8 by 7 tile. Both run, for every tile, the same depth loops of fixed
+// trip counts (C prefetch, listed prefetches, the run, plain), so every
+// branch repeats the same pattern from tile to tile.
+#include "kernels/avx512/dgemm_panel_kernel.h"
+
+#include <immintrin.h>
+
+#include <cstddef>
+
+#if defined(__x86_64__)
+
+// The 64-bit form. The C++ entry turns the arguments into a plan of fixed
+// trip counts (gemm_panel_plan); the assembly runs it. (The walk compiled from intrinsics
+// spilled accumulators to the stack.)
+//
+// Registers: rax the A panel (back to its start, r8, for each tile), rbx
+// the B panels (they lie one after the other, so it just runs on), rcx the
+// loop counter, rdx the tile's C, rsi the column stride of C in bytes, r13,
+// r14, r15 three, five and seven times that, rdi the plan, r9 the tiles
+// left, r10 the prefetch pointer, r11 the cursor in the prefetch list, r12
+// the end of the C block, rbp the run; zmm0-23 the accumulators (zmm0-7
+// rows 0-7 of columns 0-7, zmm8-15 rows 8-15, zmm16-23 rows 16-23),
+// zmm24-26 the A values of the current k, zmm27-31 the broadcast B values
+// in turn. Accumulators are cleared after each update by a zeroing idiom,
+// so the next tile's multiply-adds do not wait on the stores of the last.
+
+namespace {
+
+constexpr int kTileCols = 8, kTileRows = 24;
+
+}  // namespace
+
+extern "C" void tarn_avx512_dgemm_walk(const GemmPanelPlan* plan);
+
+extern "C" void tarn_avx512_dgemm_panel(const GemmPanelArgs* args) {
+  static_assert(kTileRows * sizeof(double) == 192 && kTileCols * sizeof(double) == 64,
+                "the routine's displacements");
+  const GemmPanelPlan plan = gemm_panel_plan<kTileCols>(*args);
+  tarn_avx512_dgemm_walk(&plan);
+}
+
+__asm__(R"asm(
+  .pushsection .text
+  .macro TARN64_COL j, j8, j16, bj, s
+  vbroadcastsd (\s*64+\j*8)(%rbx), %zmm\bj
+  vfmadd231pd %zmm\bj, %zmm24, %zmm\j
+  vfmadd231pd %zmm\bj, %zmm25, %zmm\j8
+  vfmadd231pd %zmm\bj, %zmm26, %zmm\j16
+  .endm
+  .macro TARN64_STEP s
+  vmovupd (\s*192)(%rax), %zmm24
+  vmovupd (\s*192+64)(%rax), %zmm25
+  vmovupd (\s*192+128)(%rax), %zmm26
+  TARN64_COL 0, 8, 16, 27, \s
+  TARN64_COL 1, 9, 17, 28, \s
+  TARN64_COL 2, 10, 18, 29, \s
+  TARN64_COL 3, 11, 19, 30, \s
+  TARN64_COL 4, 12, 20, 31, \s
+  TARN64_COL 5, 13, 21, 27, \s
+  TARN64_COL 6, 14, 22, 28, \s
+  TARN64_COL 7, 15, 23, 29, \s
+  .endm
+  .macro TARN64_GROUP
+  TARN64_STEP 0
+  TARN64_STEP 1
+  TARN64_STEP 2
+  TARN64_STEP 3
+  TARN64_STEP 4
+  TARN64_STEP 5
+  TARN64_STEP 6
+  TARN64_STEP 7
+  addq $1536, %rax
+  addq $512, %rbx
+  .endm
+  .macro TARN64_ZERO
+  .irp r, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23
+  vpxord %zmm\r, %zmm\r, %zmm\r
+  .endr
+  .endm
+  .macro TARN64_COLUMN_UPDATE j, j8, j16, base
+  vaddpd \base, %zmm\j, %zmm\j
+  vmovupd %zmm\j, \base
+  vaddpd 64\base, %zmm\j8, %zmm\j8
+  vmovupd %zmm\j8, 64\base
+  vaddpd 128\base, %zmm\j16, %zmm\j16
+  vmovupd %zmm\j16, 128\base
+  .endm
+  .macro TARN64_COLUMN_STORE j, j8, j16, base
+  vmovupd %zmm\j, \base
+  vmovupd %zmm\j8, 64\base
+  vmovupd %zmm\j16, 128\base
+  .endm
+
+  .p2align 6
+  .globl tarn_avx512_dgemm_walk
+  .hidden tarn_avx512_dgemm_walk
+  .type tarn_avx512_dgemm_walk, @function
+tarn_avx512_dgemm_walk:
+  pushq %rbx
+  pushq %rbp
+  pushq %r12
+  pushq %r13
+  pushq %r14
+  pushq %r15
+  movq 0(%rdi), %r8
+  movq 8(%rdi), %rbx
+  movq 16(%rdi), %rdx
+  movq 24(%rdi), %rsi
+  leaq (%rsi,%rsi,2), %r13
+  leaq (%rsi,%rsi,4), %r14
+  leaq (%r13,%rsi,4), %r15
+  movq 32(%rdi), %r9
+  movq %r9, %r12
+  shlq $3, %r12
+  imulq %rsi, %r12
+  addq %rdx, %r12
+  movq 88(%rdi), %r11
+  movq 104(%rdi), %rbp
+  TARN64_ZERO
+  .p2align 4
+.Ltarn64_tile:
+  movq %r8, %rax
+  leaq (%rdx,%rsi,8), %r10
+  cmpq %r12, %r10
+  jb 1f
+  subq %r12, %r10
+  addq 16(%rdi), %r10
+  addq $192, %r10
+1:
+  movq 40(%rdi), %rcx
+  testq %rcx, %rcx
+  jz .Ltarn64_c_done
+  .p2align 4
+.Ltarn64_c_loop:
+  prefetcht0 (%r10)
+  prefetcht0 64(%r10)
+  prefetcht0 128(%r10)
+  prefetcht0 191(%r10)
+  addq %rsi, %r10
+  TARN64_GROUP
+  decq %rcx
+  jnz .Ltarn64_c_loop
+.Ltarn64_c_done:
+  movq 48(%rdi), %rcx
+  testq %rcx, %rcx
+  jz .Ltarn64_list_done
+  movq (%r11), %r10
+  .p2align 4
+.Ltarn64_list_loop:
+  prefetcht1 (%r10)
+  addq 96(%rdi), %r10
+  prefetcht1 (%r10)
+  addq 96(%rdi), %r10
+  TARN64_GROUP
+  decq %rcx
+  jnz .Ltarn64_list_loop
+.Ltarn64_list_done:
+  movq 56(%rdi), %rcx
+  testq %rcx, %rcx
+  jz .Ltarn64_run_done
+  .p2align 4
+.Ltarn64_run_loop:
+  prefetcht1 (%rbp)
+  prefetcht1 64(%rbp)
+  addq $128, %rbp
+  TARN64_GROUP
+  decq %rcx
+  jnz .Ltarn64_run_loop
+.Ltarn64_run_done:
+  movq 64(%rdi), %rcx
+  testq %rcx, %rcx
+  jz .Ltarn64_plain_done
+  .p2align 4
+.Ltarn64_plain_loop:
+  TARN64_GROUP
+  decq %rcx
+  jnz .Ltarn64_plain_loop
+.Ltarn64_plain_done:
+  movq 72(%rdi), %rcx
+  testq %rcx, %rcx
+  jz .Ltarn64_rest_done
+.Ltarn64_rest_loop:
+  TARN64_STEP 0
+  addq $192, %rax
+  addq $64, %rbx
+  decq %rcx
+  jnz .Ltarn64_rest_loop
+.Ltarn64_rest_done:
+  cmpq $0, 80(%rdi)
+  jne .Ltarn64_store
+  TARN64_COLUMN_UPDATE 0, 8, 16, "(%rdx)"
+  TARN64_COLUMN_UPDATE 1, 9, 17, "(%rdx,%rsi)"
+  TARN64_COLUMN_UPDATE 2, 10, 18, "(%rdx,%rsi,2)"
+  TARN64_COLUMN_UPDATE 3, 11, 19, "(%rdx,%r13)"
+  TARN64_COLUMN_UPDATE 4, 12, 20, "(%rdx,%rsi,4)"
+  TARN64_COLUMN_UPDATE 5, 13, 21, "(%rdx,%r14)"
+  TARN64_COLUMN_UPDATE 6, 14, 22, "(%rdx,%r13,2)"
+  TARN64_COLUMN_UPDATE 7, 15, 23, "(%rdx,%r15)"
+  jmp .Ltarn64_next
+.Ltarn64_store:
+  TARN64_COLUMN_STORE 0, 8, 16, "(%rdx)"
+  TARN64_COLUMN_STORE 1, 9, 17, "(%rdx,%rsi)"
+  TARN64_COLUMN_STORE 2, 10, 18, "(%rdx,%rsi,2)"
+  TARN64_COLUMN_STORE 3, 11, 19, "(%rdx,%r13)"
+  TARN64_COLUMN_STORE 4, 12, 20, "(%rdx,%rsi,4)"
+  TARN64_COLUMN_STORE 5, 13, 21, "(%rdx,%r14)"
+  TARN64_COLUMN_STORE 6, 14, 22, "(%rdx,%r13,2)"
+  TARN64_COLUMN_STORE 7, 15, 23, "(%rdx,%r15)"
+.Ltarn64_next:
+  TARN64_ZERO
+  leaq (%rdx,%rsi,8), %rdx
+  addq $8, %r11
+  decq %r9
+  jnz .Ltarn64_tile
+  popq %r15
+  popq %r14
+  popq %r13
+  popq %r12
+  popq %rbp
+  popq %rbx
+  ret
+  .size tarn_avx512_dgemm_walk, .-tarn_avx512_dgemm_walk
+  .purgem TARN64_COL
+  .purgem TARN64_STEP
+  .purgem TARN64_GROUP
+  .purgem TARN64_ZERO
+  .purgem TARN64_COLUMN_UPDATE
+  .purgem TARN64_COLUMN_STORE
+  .popsection
+)asm");
+
+#else
+
+// The 32-bit form, in assembly: in 32-bit mode the compiled tile kept its depth counter and prefetch
 // state on the stack and was called once per tile through a prefetch
 // record, with a loop exit whose trip count varied with the prefetch work.
 // Here the walk over the B panels is one routine, and each tile runs the
@@ -26,23 +260,18 @@
 // rows down, 80.6 % with C held in cache. Fetching the near lines into the
 // second-level cache only then measured 0.3-0.8 points better on 500
 // panels and the whole product (66.7 to 67.3 GF/s, 'N','N').
-#include "kernels/avx512/dgemm_panel_kernel.h"
 
-#if defined(__i386__)
-
-#include <cstddef>
-
-static_assert(offsetof(Avx512PanelArgs, a) == 0 && offsetof(Avx512PanelArgs, b) == 4 &&
-                  offsetof(Avx512PanelArgs, c) == 8 &&
-                  offsetof(Avx512PanelArgs, ldc_bytes) == 12 &&
-                  offsetof(Avx512PanelArgs, kc) == 16 &&
-                  offsetof(Avx512PanelArgs, ntiles) == 20 &&
-                  offsetof(Avx512PanelArgs, b0) == 24 &&
-                  offsetof(Avx512PanelArgs, pf_starts) == 28 &&
-                  offsetof(Avx512PanelArgs, pf_stride) == 32 &&
-                  offsetof(Avx512PanelArgs, pf_count) == 36 &&
-                  offsetof(Avx512PanelArgs, run) == 40 &&
-                  offsetof(Avx512PanelArgs, run_count) == 44,
+static_assert(offsetof(GemmPanelArgs, a) == 0 && offsetof(GemmPanelArgs, b) == 4 &&
+                  offsetof(GemmPanelArgs, c) == 8 &&
+                  offsetof(GemmPanelArgs, ldc_bytes) == 12 &&
+                  offsetof(GemmPanelArgs, kc) == 16 &&
+                  offsetof(GemmPanelArgs, ntiles) == 20 &&
+                  offsetof(GemmPanelArgs, b0) == 24 &&
+                  offsetof(GemmPanelArgs, pf_starts) == 28 &&
+                  offsetof(GemmPanelArgs, pf_stride) == 32 &&
+                  offsetof(GemmPanelArgs, pf_count) == 36 &&
+                  offsetof(GemmPanelArgs, run) == 40 &&
+                  offsetof(GemmPanelArgs, run_count) == 44,
               "the routine reads the arguments at these offsets");
 
 // Stack frame after the four saved registers and 56 bytes of locals:
@@ -261,4 +490,4 @@ tarn_avx512_dgemm_panel:
   .popsection
 )");
 
-#endif  // __i386__
+#endif

@@ -1,37 +1,26 @@
-// The avx512 macro-kernel: one packed A panel (8 rows) against a run of
-// whole packed B panels (7 columns each), the walk over the tiles and the
-// updates of C in one assembly routine (dgemm_panel_kernel.cpp). Only the
-// avx512 kernel files include this header and call it.
+// The avx512 macro-kernel: one packed A panel against a run of whole packed
+// B panels, the walk over the tiles and the updates of C in one routine
+// (dgemm_panel_kernel.cpp): 24 rows by 8 columns a tile in 64-bit mode, 8
+// by 7 in 32-bit mode. Only the avx512 kernel files include this header
+// and call it.
 #pragma once
+
+#include "kernels/generic/gemm_panel.h"
 
 extern "C" {
 
-// Arguments of tarn_avx512_dgemm_panel, read once per call. The offsets of
-// the fields are fixed in the routine; keep the order.
-struct Avx512PanelArgs {
-  const double* a;       // packed A panel: kc slices of 8 rows
-  const double* b;       // ntiles packed B panels, kc slices of 7, one after the other
-  double* c;             // top-left element of the first tile
-  int ldc_bytes;         // column stride of C in bytes
-  int kc;                // depth, at least 1
-  int ntiles;            // tiles of 8 by 7, at least 1
-  int b0;                // non-zero: store the product, C is not read
-  const char* const* pf_starts;  // per tile, where its level-2 prefetches start, or null
-  int pf_stride;                 // bytes from one prefetch to the next
-  int pf_count;                  // prefetches per tile, one per eight k steps
-  const char* run;               // a run of lines fetched into the second-level cache, or null
-  int run_count;                 // lines of it per tile, one per eight k steps
-};
-
-// C(8 x 7*ntiles) (+)= A panel * B panels. Each tile fetches the C of the
-// tile two places on into the second-level cache during its first 56 k
-// steps (past the last tile: the same columns eight rows down, the next
-// panel's first tiles), and the same columns 16 rows further down, then
-// pf_count lines from pf_starts[t] on, pf_stride apart, also into the
-// second-level cache: the next A panel, packed or still in the caller's
-// matrix; then run_count lines of the run, one after the other from tile to
-// tile (where the next A panel will be packed, or the source of the next B
-// block).
-void tarn_avx512_dgemm_panel(const Avx512PanelArgs* args);
+// C(tile rows x tile columns*ntiles) (+)= A panel * B panels. Each tile
+// first fetches C ahead: in 64-bit mode the next tile's C into the first-
+// level cache, one column per eight k steps (past the last tile: the first
+// tile's columns 24 rows down, the next panel's); in 32-bit mode the C of
+// the tile two places on (past the last tile: eight rows down) and the same
+// columns 16 rows further down, into the second-level cache during its
+// first 56 k steps. Then pf_count lines from pf_starts[t] on, pf_stride
+// apart, into the second-level cache: the next A panel, packed or still in
+// the caller's matrix; then run_count lines of the run, one after the other
+// from tile to tile (where the next A panel will be packed, or the source
+// of the next B block). 64-bit mode fetches two lines per eight k steps,
+// 32-bit mode one; counts a tile has no room for are cut.
+void tarn_avx512_dgemm_panel(const GemmPanelArgs* args);
 
 }  // extern "C"

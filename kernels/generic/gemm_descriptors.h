@@ -584,6 +584,7 @@ void dgemm_run_with_strategy(const char* transa, const char* transb, int m, int 
 // strategy-driven one-thread product, and the team entry (shared packing of
 // L among the members of an LU team, gemm_team.h).
 #define TARN_GEMM_DESCRIPTOR_SERVICES(br, Desc)                                                   \
+  static_assert(gemm_nocopy_limits_fit<Desc>(), "a K block deeper than the stack copies");         \
   extern "C" void tarn_blas_##br##_dgemm_map_thread_to_kernel(const gemm_thread_opts* opts,       \
                                                               blas_strategy* strategy) {          \
     dgemm_map_thread_to_kernel<Desc>(opts, strategy);                                             \

@@ -1,8 +1,9 @@
 // H doubles in the widest registers of the branch being compiled that are
-// not wider than H (two halves where H is wider than a register), as the
-// record of operations the GEMM tiles are written on: width, T, zero, load,
-// splat (broadcast of *p), madd (a*b + acc, fused where the branch has it),
-// add, store.
+// not wider than H (two parts where H is wider than a register: halves for
+// a power of two, else the largest power of two below H and the rest, so
+// that 24 rows are 16 + 8 and 12 rows 8 + 4), as the record of operations
+// the GEMM tiles are written on: width, T, zero, load, splat (broadcast of
+// *p), madd (a*b + acc, fused where the branch has it), add, store.
 //
 // Branch-generic: included by the kernel files of each branch and compiled
 // with that branch's instruction set, hence the anonymous namespace.
@@ -10,25 +11,30 @@
 
 #include <immintrin.h>
 
+#include <bit>
+
 namespace {
 
 template <int H>
 struct GemmLanes {
   static constexpr int width = H;
-  using Half = GemmLanes<H / 2>;
+  static constexpr int kLo = std::has_single_bit((unsigned)H) ? H / 2 : (int)std::bit_floor((unsigned)H);
+  using Lo = GemmLanes<kLo>;
+  using Hi = GemmLanes<H - kLo>;
   struct T {
-    typename Half::T lo, hi;
+    typename Lo::T lo;
+    typename Hi::T hi;
   };
-  static T zero() { return {Half::zero(), Half::zero()}; }
-  static T load(const double* p) { return {Half::load(p), Half::load(p + H / 2)}; }
-  static T splat(const double* p) { return {Half::splat(p), Half::splat(p)}; }
+  static T zero() { return {Lo::zero(), Hi::zero()}; }
+  static T load(const double* p) { return {Lo::load(p), Hi::load(p + kLo)}; }
+  static T splat(const double* p) { return {Lo::splat(p), Hi::splat(p)}; }
   static T madd(T a, T b, T acc) {
-    return {Half::madd(a.lo, b.lo, acc.lo), Half::madd(a.hi, b.hi, acc.hi)};
+    return {Lo::madd(a.lo, b.lo, acc.lo), Hi::madd(a.hi, b.hi, acc.hi)};
   }
-  static T add(T x, T y) { return {Half::add(x.lo, y.lo), Half::add(x.hi, y.hi)}; }
+  static T add(T x, T y) { return {Lo::add(x.lo, y.lo), Hi::add(x.hi, y.hi)}; }
   static void store(double* p, T x) {
-    Half::store(p, x.lo);
-    Half::store(p + H / 2, x.hi);
+    Lo::store(p, x.lo);
+    Hi::store(p + kLo, x.hi);
   }
 };
 

@@ -100,6 +100,67 @@ inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double*
     }
 }
 
+// Register tile of MV vectors of rows by NR columns with the A vectors of
+// the current k held in registers: MV*NR accumulators, MV A registers and a
+// broadcast register or two. Needs the sixteen or thirty-two vector
+// registers of 64-bit mode for tiles of more than one vector (3 by 8 in
+// 512-bit registers, 3 by 4 in 256-bit ones).
+template <class V, int MV, int NR, bool B0>
+inline void gemm_register_tile(int kc, const double* __restrict a, const double* __restrict b,
+                               double* c, int ldc, const GemmPrefetch& pf) {
+  constexpr int CL = gemm_c_lines(MV * V::width);
+  typename V::T acc[MV][NR];
+#pragma GCC unroll 32
+  for (int i = 0; i < MV; ++i)
+#pragma GCC unroll 32
+    for (int j = 0; j < NR; ++j) acc[i][j] = V::zero();
+  auto step = [&] {
+    typename V::T av[MV];
+#pragma GCC unroll 32
+    for (int i = 0; i < MV; ++i) av[i] = V::load(a + i * V::width);
+#pragma GCC unroll 32
+    for (int j = 0; j < NR; ++j) {
+      const typename V::T bj = V::splat(b + j);
+#pragma GCC unroll 32
+      for (int i = 0; i < MV; ++i) acc[i][j] = V::madd(av[i], bj, acc[i][j]);
+    }
+    a += MV * V::width;
+    b += NR;
+  };
+  // Loop over the depth, eight k at a time, with one prefetch each.
+  int p = 0, q = 0;
+  for (; p + kGemmStepsPerPrefetch <= kc; p += kGemmStepsPerPrefetch, ++q) {
+    gemm_prefetch_item<CL>(pf, q);
+#pragma GCC unroll 8
+    for (int u = 0; u < kGemmStepsPerPrefetch; ++u) step();
+  }
+  for (; p < kc; ++p) step();
+  gemm_prefetch_rest<CL>(pf, q);
+#pragma GCC unroll 32
+  for (int j = 0; j < NR; ++j)
+#pragma GCC unroll 32
+    for (int i = 0; i < MV; ++i) {
+      double* cc = c + j * ldc + i * V::width;
+      if (B0)
+        V::store(cc, acc[i][j]);
+      else
+        V::store(cc, V::add(acc[i][j], V::load(cc)));
+    }
+}
+
+template <class V, int MV, int NR, class Sizes>
+struct GemmRegisterTileRecord : Sizes {
+  static constexpr int mr = MV * V::width, nr = NR;
+  __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
+                                               double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_register_tile<V, MV, NR, false>(kc, a, b, c, ldc, pf);
+  }
+  __attribute__((noinline)) static void kernel_b0(int kc, const double* a, const double* b,
+                                                  double* c, int ldc, const GemmPrefetch& pf) {
+    gemm_register_tile<V, MV, NR, true>(kc, a, b, c, ldc, pf);
+  }
+};
+
 template <class V, int MV, int NR, class Sizes>
 struct GemmMemoryATileRecord : Sizes {
   static constexpr int mr = MV * V::width, nr = NR;

@@ -44,6 +44,20 @@ inline int gemm_nocopy_block(int remaining, const GemmNocopyLimit& l) {
   return remaining;
 }
 
+// The deepest K block a limit can give, and whether the branch D's limits
+// keep every K block within its stack copies.
+constexpr int gemm_nocopy_largest(const GemmNocopyLimit& l) {
+  const int half = l.a / 2;
+  return l.b > l.c ? (l.b > half ? l.b : half) : (l.c > half ? l.c : half);
+}
+template <class D>
+constexpr bool gemm_nocopy_limits_fit() {
+  for (int t = 0; t < 4; ++t)
+    if (gemm_nocopy_largest(D::nocopy_limits(t & 1, t & 2).k) > D::Nocopy::nocopy_max_k)
+      return false;
+  return true;
+}
+
 // One (K, M, N) block: C(mb x nb) (+)= alpha * op(A) * op(B) over kb.
 template <class R>
 void gemm_nocopy_block_product(bool ta, bool tb, int mb, int nb, int kb, double alpha,
