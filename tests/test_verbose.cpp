@@ -139,8 +139,10 @@ TEST(VerboseMode, EnvironmentNeedsWholeValueOfZeroOrOne) {
   struct Case {
     const char* value;
     int mode;
-  } cases[] = {{"1", 1},  {"0", 0},   {"0x1", 1}, {"01", 1},  {"2", 0},      {"1x", 0},
-               {"-1", 0}, {"yes", 0}, {"", 0},    {nullptr, 0}, {"0x0", 0}};
+  } cases[] = {{"1", 1},           {"0", 0},          {"0x1", 1},         {"01", 1},
+               {"2", 0},           {"1x", 0},         {"-1", 0},          {"yes", 0},
+               {"", 0},            {nullptr, 0},      {"0x0", 0},         {"4294967297", 0},
+               {"0x100000001", 0}, {"-4294967295", 0}, {"18446744073709551617", 0}};
   for (const Case& c : cases) EXPECT_EQ(mode_for(c.value), c.mode) << (c.value ? c.value : "unset");
 }
 
