@@ -300,7 +300,8 @@ void* mm_internal_malloc(size_t size) {
     block = std::malloc(total);
     if (block && total >= kHugePageAdviceBytes) tarn_serv_advise_huge_pages(block, total);
   }
-  if (fast && limit_locked) mm_fast_memory_limit = mm_fast_memory_limit - static_cast<intptr_t>(total);
+  if (fast && limit_locked)
+    mm_fast_memory_limit = mm_fast_memory_limit - static_cast<intptr_t>(total);
   if (limit_locked) tarn_serv_unlock(&mm_fast_memory_update_limit_lock);
   if (!block) return nullptr;
   BlockHeader* h = static_cast<BlockHeader*>(block);
