@@ -247,6 +247,29 @@ TEST(DriverDialogue, AnswersBeyond32BitsSaturateThenClamp) {
   EXPECT_TRUE(contains(out, "Number of trials to run                     : 1    \n")) << out;
 }
 
+// The need of a test is counted in the address's width: 23170 by 23170 needs
+// 4295254600 bytes, which the i386 build counts modulo 2^32 (and the probe
+// then passes) and the x86-64 build counts in full.
+TEST(DriverDialogue, MemoryNeedIsCountedInTheAddressWidth) {
+  PtyRun run;
+  ASSERT_TRUE(run.started());
+  ASSERT_TRUE(run.expect(kQuestion));
+  run.answer("");
+  ASSERT_TRUE(run.expect(kSizePrompt));
+  run.answer("23170");
+  ASSERT_TRUE(run.expect(kLdaPrompt));
+  run.answer("23170");
+  ASSERT_TRUE(run.expect(kTrialsPrompt));
+  run.answer("0");
+  ASSERT_TRUE(run.expect(kAlignPrompt));
+  run.answer("0");
+  EXPECT_EQ(run.finish(), 0) << run.text();
+  const char* need = sizeof(void*) == 4 ? "287304" : "4295254600";
+  EXPECT_TRUE(contains(run.text(), std::string("Maximum memory requested that can be used=") + need +
+                                       ", at the size=23170\n"))
+      << run.text();
+}
+
 TEST(DriverDialogue, HelpAnswerPrintsTheHelpFile) {
   for (const char* answer : {"help", "helpful"}) {
     PtyRun run;
