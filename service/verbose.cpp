@@ -31,7 +31,8 @@ constexpr int kVersionMinor = 0;
 constexpr int kVersionUpdate = 2;
 constexpr const char kProductStatus[] = "Product";
 constexpr const char kBuild[] = "20200624";
-constexpr const char kPlatform[] = "32-bit";
+// The platform the build runs on, in the version texts and the header.
+constexpr const char* kPlatform = sizeof(void*) == 8 ? "64-bit" : "32-bit";
 constexpr const char kDefaultProcessor[] = "Vexan(R) Architecture processors";
 constexpr const char kThreadingLayer[] = "vexan_thread";
 
