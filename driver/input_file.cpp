@@ -3,6 +3,7 @@
 // dimensions, trials and alignments, one number a test.
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -14,6 +15,8 @@ namespace {
 
 constexpr const char* kTokenDelimiter = " ";  // a tab does not separate
 constexpr int kMinSlotValue = 1;              // sizes, leading dimensions, trials
+constexpr int kAnyBase = 0;                   // the slots' numbers: "%i"'s rules
+constexpr int kDecimal = 10;                  // the number of tests
 
 [[noreturn]] void abort_unreadable(const char* name) {
   tarn_serv_print(kToStdout, drvmsg::kCannotOpenInput, 1, name);
@@ -25,17 +28,22 @@ void read_line(char* line, FILE* in) {
   if (std::fgets(line, kLineSize, in) == nullptr) return;
 }
 
-// Parses the first `ntests` blank-separated numbers of `line` into `slots`.
-// A missing or unreadable number reads as 0. Numbers beyond ntests, and
-// whatever else the line holds after them, are not looked at.
+// Parses the first `ntests` blank-separated numbers of `line` into `slots`,
+// each as "%i" reads it (decimal, octal or hex; saturated at the 32-bit
+// limits). A missing or unreadable number reads as 0. Numbers beyond ntests,
+// and whatever else the line holds after them, are not looked at.
 void scan_slots(char* line, int ntests, int32_t* slots) {
   std::size_t left = tarn_serv_strnlen_s(line, kLineSize);
   char* next = nullptr;
   // Slot by slot, one token each.
   for (int i = 0; i < ntests; ++i) {
     const char* token = tarn_serv_strtok_s(i == 0 ? line : nullptr, &left, kTokenDelimiter, &next);
-    int value = 0;
-    if (token == nullptr || tarn_serv_sscanf_s(token, "%i", &value) != 1) value = 0;
+    int32_t value = 0;
+    if (token != nullptr) {
+      char* end = nullptr;
+      value = tarn_serv_strtol_as_long32(token, &end, kAnyBase);
+      if (end == token) value = 0;
+    }
     slots[i] = value;
   }
 }
@@ -64,17 +72,17 @@ void read_input_file(FILE* in, const char* name, RunPlan& plan) {
   if (std::fgets(line, kLineSize, in) == nullptr) abort_unreadable(name);
   errno = 0;
   char* end = nullptr;
-  const long count = std::strtol(line, &end, 10);
+  const int32_t count = tarn_serv_strtol_as_long32(line, &end, kDecimal);
   if (end == line || errno == ERANGE) abort_unreadable(name);
   tarn_serv_print(kToStdout, drvmsg::kTitle, 1, title);
   int ntests = 0;
   if (count < 0) {
-    warn_parameter(kLabelNtests, static_cast<int>(count), true, 0, 0);
+    warn_parameter(kLabelNtests, count, true, 0, 0);
   } else if (count > kMaxTests) {
-    warn_parameter(kLabelNtests, static_cast<int>(count), false, kMaxTests, kMaxTests);
+    warn_parameter(kLabelNtests, count, false, kMaxTests, kMaxTests);
     ntests = kMaxTests;
   } else {
-    ntests = static_cast<int>(count);
+    ntests = count;
   }
   plan.ntests = ntests;
 

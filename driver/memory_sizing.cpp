@@ -1,6 +1,8 @@
 // Sizing the one work block that serves every test. The need of a test is
-// computed in unsigned 32-bit arithmetic, as the address space is; a need
-// that wraps is not caught, and only the probe decides.
+// computed in the address's width: in 32 bits in the i386 build, where a need
+// that wraps is not caught and only the probe decides; in 64 bits in the
+// x86-64 build, where a problem of more than 4 GiB is a real one.
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -12,21 +14,37 @@ namespace {
 
 // Bytes a test needs per leading-dimension element beyond the matrix column:
 // b and x (8 each) and the pivot entry (4).
-constexpr uint32_t kVectorBytes = 20;
-constexpr uint32_t kMatrixBytes = sizeof(double);
+constexpr size_t kVectorBytes = 20;
+constexpr size_t kMatrixBytes = sizeof(double);
 constexpr int kKiBShift = 10;
+
+// (size * 8 + 20) * lda + align KiB, the three taken as unsigned 32-bit words.
+size_t need_of(int32_t size, int32_t lda, int32_t align_kib) {
+  const size_t column =
+      static_cast<size_t>(static_cast<uint32_t>(size)) * kMatrixBytes + kVectorBytes;
+  const size_t ld = static_cast<uint32_t>(lda);
+  const size_t slack = static_cast<size_t>(static_cast<uint32_t>(align_kib)) << kKiBShift;
+  if constexpr (sizeof(size_t) > sizeof(uint32_t)) {
+    // Beyond 64 bits no block can be had: the need saturates and the probe
+    // refuses it, where a wrapped need could pass it.
+    size_t need = 0;
+    if (__builtin_mul_overflow(column, ld, &need) || __builtin_add_overflow(need, slack, &need))
+      return SIZE_MAX;
+    return need;
+  } else {
+    return column * ld + slack;
+  }
+}
 
 }  // namespace
 
 void* size_memory(RunPlan& plan, const char* program) {
-  uint32_t maxmem = 0, maxsize = 0;
+  size_t maxmem = 0;
+  uint32_t maxsize = 0;
   // Walk the tests in order; only a need above the largest so far is probed,
   // since the block sized for an earlier test serves the smaller ones.
   for (int i = 0; i < plan.ntests; ++i) {
-    const uint32_t need =
-        (static_cast<uint32_t>(plan.sizes[i]) * kMatrixBytes + kVectorBytes) *
-            static_cast<uint32_t>(plan.ldas[i]) +
-        (static_cast<uint32_t>(plan.aligns[i]) << kKiBShift);
+    const size_t need = need_of(plan.sizes[i], plan.ldas[i], plan.aligns[i]);
     if (need <= maxmem) continue;
     void* probe = std::malloc(need);
     if (probe == nullptr) {

@@ -10,9 +10,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "service/strings.h"
 #include "service/threads.h"
 #include "src/vos.h"
 
@@ -27,6 +27,7 @@ constexpr int kAffinityBytes = 1024;
 constexpr int kMaxProbedProcessors = 8192;
 constexpr int kMaxDistinctIds = 4096;
 constexpr int kCpuinfoLineBytes = 512;
+constexpr int kDecimal = 10;
 
 constexpr unsigned kLeafBasic = 0;
 constexpr unsigned kLeafFeatures = 1;
@@ -76,11 +77,11 @@ void read_cpuinfo(int* processors, int* packages, int* cpu_cores, int* siblings)
     if (std::strncmp(line, "processor", 9) == 0) {
       ++*processors;
     } else if (colon != nullptr && std::strncmp(line, "physical id", 11) == 0) {
-      nids = add_distinct(ids, nids, static_cast<unsigned>(std::strtoul(colon + 1, nullptr, 10)));
+      nids = add_distinct(ids, nids, tarn_serv_strtoul_as_ulong32(colon + 1, nullptr, kDecimal));
     } else if (colon != nullptr && *processors == 1 && std::strncmp(line, "cpu cores", 9) == 0) {
-      *cpu_cores = static_cast<int>(std::strtol(colon + 1, nullptr, 10));
+      *cpu_cores = tarn_serv_strtol_as_long32(colon + 1, nullptr, kDecimal);
     } else if (colon != nullptr && *processors == 1 && std::strncmp(line, "siblings", 8) == 0) {
-      *siblings = static_cast<int>(std::strtol(colon + 1, nullptr, 10));
+      *siblings = tarn_serv_strtol_as_long32(colon + 1, nullptr, kDecimal);
     }
   }
   std::fclose(f);

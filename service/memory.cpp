@@ -31,6 +31,7 @@
 
 #include "service/cpu.h"
 #include "service/messages.h"
+#include "service/strings.h"
 #include "service/verbose.h"
 
 extern "C" {
@@ -70,6 +71,7 @@ constexpr int kFlagWholeBook = 2;  // exclude every other thread
 constexpr int kFlagNoGrow = 4;     // do not create slot tables
 
 constexpr int kEnvBufferBytes = 32;
+constexpr int kDecimal = 10;
 constexpr int kMebibyteShift = 20;
 
 // memkind: mode 257 is RTLD_LAZY | RTLD_GLOBAL, page kinds as memkind numbers them.
@@ -185,7 +187,9 @@ volatile int mm_start_lock = 0;
 volatile int disable_fast_mm = -1;
 volatile int env_has_been_cached = -1;
 volatile int mm_fast_memory_initialized = -1;
-volatile int32_t mm_fast_memory_limit = -1;  // bytes left; -1 no limit, 0 none
+// Bytes left; -1 no limit, 0 none. A word of the address's width, as the
+// sizes it is weighed against.
+volatile intptr_t mm_fast_memory_limit = -1;
 volatile int mm_fast_memory_update_limit_lock = 0;
 
 using HbwMemalignFn = int (*)(void**, size_t, size_t, int);
@@ -228,6 +232,12 @@ size_t mm_alignment(int alignment) {
 }
 
 int floor_log2(unsigned v) { return 31 - __builtin_clz(v); }
+
+// The fast-memory limit in bytes, shifted in the address's width: 4096 MiB
+// and more wrap in the i386 build, as its address space does.
+intptr_t mm_mebibytes_to_bytes(size_t mebibytes) {
+  return static_cast<intptr_t>(static_cast<uintptr_t>(mebibytes) << kMebibyteShift);
+}
 
 // ---- Statistics -------------------------------------------------------------
 
@@ -275,7 +285,7 @@ void* mm_internal_malloc(size_t size) {
   void* block = nullptr;
   uintptr_t fast = 0;
   uintptr_t page = kPageBytes;
-  const int32_t limit = load(mm_fast_memory_limit);
+  const intptr_t limit = load(mm_fast_memory_limit);
   bool limit_locked = false;
   if (load(mm_fast_memory_initialized) == 1 && limit != 0) {
     bool allowed = true;
@@ -290,7 +300,8 @@ void* mm_internal_malloc(size_t size) {
     block = std::malloc(total);
     if (block && total >= kHugePageAdviceBytes) tarn_serv_advise_huge_pages(block, total);
   }
-  if (fast && limit_locked) mm_fast_memory_limit = mm_fast_memory_limit - static_cast<int32_t>(total);
+  if (fast && limit_locked)
+    mm_fast_memory_limit = mm_fast_memory_limit - static_cast<intptr_t>(total);
   if (limit_locked) tarn_serv_unlock(&mm_fast_memory_update_limit_lock);
   if (!block) return nullptr;
   BlockHeader* h = static_cast<BlockHeader*>(block);
@@ -309,7 +320,7 @@ void mm_internal_free(void* pointer) {
   if (h->fast) {
     if (load(mm_fast_memory_limit) != -1) {
       tarn_serv_lock(&mm_fast_memory_update_limit_lock);
-      mm_fast_memory_limit = mm_fast_memory_limit + static_cast<int32_t>(h->total);
+      mm_fast_memory_limit = mm_fast_memory_limit + static_cast<intptr_t>(h->total);
       tarn_serv_unlock(&mm_fast_memory_update_limit_lock);
     }
     hbw_free(base);
@@ -382,11 +393,9 @@ void mm_read_switches() {
   if (disable_fast_mm != 1)
     disable_fast_mm = tarn_serv_getenv("TARN_DISABLE_FAST_MM", buffer, kEnvBufferBytes) != 0 ? 1 : 0;
   if (tarn_serv_getenv("TARN_FAST_MEMORY_LIMIT", buffer, kEnvBufferBytes) > 0) {
-    const long mebibytes = std::strtol(buffer, nullptr, 10);
-    // The shift is done in 32 bits, as the limit is kept.
+    const int32_t mebibytes = tarn_serv_strtol_as_long32(buffer, nullptr, kDecimal);
     mm_fast_memory_limit =
-        mebibytes < 0 ? -1
-                      : static_cast<int32_t>(static_cast<uint32_t>(mebibytes) << kMebibyteShift);
+        mebibytes < 0 ? -1 : mm_mebibytes_to_bytes(static_cast<uint32_t>(mebibytes));
   }
 }
 
@@ -999,7 +1008,7 @@ int tarn_serv_set_memory_limit(int type, size_t megabytes) {
   if (type != kFastMemory || load(mm_fast_memory_initialized) != 1) return 0;
   tarn_serv_lock(&mm_fast_memory_update_limit_lock);
   if (mm_fast_memory_limit == -1)
-    mm_fast_memory_limit = static_cast<int32_t>(static_cast<uint32_t>(megabytes) << kMebibyteShift);
+    mm_fast_memory_limit = mm_mebibytes_to_bytes(megabytes);
   tarn_serv_unlock(&mm_fast_memory_update_limit_lock);
   return 1;
 }

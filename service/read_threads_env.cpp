@@ -2,10 +2,11 @@
 // question. A count is taken from the environment only if it is still
 // negative, so that a programmer's call made before the first query wins.
 
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
 
 #include "service/messages.h"
+#include "service/strings.h"
 #include "service/threads.h"
 
 void tarn_serv_mpi_ppn_forget();
@@ -13,6 +14,7 @@ void tarn_serv_mpi_ppn_forget();
 namespace {
 
 constexpr int kEnvBufferSize = 256;
+constexpr int kDecimal = 10;
 // Largest meaningful value of VX_MPI_THREAD_LEVEL.
 constexpr int kMaxMpiThreadLevel = 3;
 
@@ -70,15 +72,15 @@ void parse_domain_list(const char* s) {
     const size_t value_len = pos - value_begin;
 
     // An empty value or one with a non-digit counts as 1.
-    long value = 1;
+    int32_t value = 1;
     bool digits = value_len > 0;
     for (size_t i = value_begin; i < pos; ++i)
       if (s[i] < '0' || s[i] > '9') digits = false;
-    if (digits) value = std::strtol(s + value_begin, nullptr, 10);
+    if (digits) value = tarn_serv_strtol_as_long32(s + value_begin, nullptr, kDecimal);
     if (value < 1) continue;
     for (const DomainKeyword& k : kDomainKeywords) {
       if (std::strlen(k.keyword) == key_len && std::strncmp(k.keyword, s + key_begin, key_len) == 0) {
-        store_if_unset(tarn_serv_domain_count(k.domain), static_cast<int>(value));
+        store_if_unset(tarn_serv_domain_count(k.domain), value);
         break;
       }
     }
@@ -88,8 +90,8 @@ void parse_domain_list(const char* s) {
 // A whole positive number with nothing behind it, else 0.
 int whole_number(const char* s) {
   char* end = nullptr;
-  long v = std::strtol(s, &end, 10);
-  return end != s && *end == '\0' && v > 0 ? static_cast<int>(v) : 0;
+  const int32_t v = tarn_serv_strtol_as_long32(s, &end, kDecimal);
+  return end != s && *end == '\0' && v > 0 ? v : 0;
 }
 
 }  // namespace
@@ -107,8 +109,8 @@ extern "C" int tarn_serv_mpi_get_ppn(void) {
   if (ppn <= 0 && (v = read_env("VX_MPI_PIN_MAPPING", buf)) != nullptr) {
     // "<processes>:<map>"
     char* end = nullptr;
-    long n = std::strtol(v, &end, 10);
-    if (end != v && *end == ':' && n > 0) ppn = static_cast<int>(n);
+    const int32_t n = tarn_serv_strtol_as_long32(v, &end, kDecimal);
+    if (end != v && *end == ':' && n > 0) ppn = n;
   }
   if (ppn <= 0 && (v = read_env("OMPI_COMM_WORLD_LOCAL_SIZE", buf)) != nullptr)
     ppn = whole_number(v);
@@ -124,15 +126,15 @@ extern "C" void tarn_read_threads_env(void) {
 
   if ((v = read_env("TARN_NUM_THREADS", buf)) != nullptr) {
     if (all_digits(v)) {
-      long n = std::strtol(v, nullptr, 10);
-      if (n > 0) store_if_unset(&__tarn_num_threads, static_cast<int>(n));
+      const int32_t n = tarn_serv_strtol_as_long32(v, nullptr, kDecimal);
+      if (n > 0) store_if_unset(&__tarn_num_threads, n);
     } else {
       store_if_unset(&__tarn_num_threads, 1);
     }
   }
 
   if ((v = read_env("TARN_NUM_STRIPES", buf)) != nullptr && all_digits(v))
-    store_if_unset(&__tarn_num_stripes, static_cast<int>(std::strtol(v, nullptr, 10)));
+    store_if_unset(&__tarn_num_stripes, tarn_serv_strtol_as_long32(v, nullptr, kDecimal));
 
   if ((v = read_env("TARN_DOMAIN_NUM_THREADS", buf)) != nullptr) parse_domain_list(v);
 
@@ -152,8 +154,8 @@ extern "C" void tarn_read_threads_env(void) {
 
   if ((v = read_env("OMP_NUM_THREADS", buf)) != nullptr) {
     if (all_digits(v)) {
-      long n = std::strtol(v, nullptr, 10);
-      if (n > 0) store_if_unset(&__omp_num_threads, static_cast<int>(n));
+      const int32_t n = tarn_serv_strtol_as_long32(v, nullptr, kDecimal);
+      if (n > 0) store_if_unset(&__omp_num_threads, n);
     } else {
       store_if_unset(&__omp_num_threads, 1);
     }
@@ -162,7 +164,7 @@ extern "C" void tarn_read_threads_env(void) {
   __tarn_mpi_ppn = tarn_serv_mpi_get_ppn();
 
   if ((v = read_env("VX_MPI_THREAD_LEVEL", buf)) != nullptr) {
-    long level = all_digits(v) ? std::strtol(v, nullptr, 10) : 0;
-    __tarn_mpi_thread_level = level > kMaxMpiThreadLevel ? 0 : static_cast<int>(level);
+    const int32_t level = all_digits(v) ? tarn_serv_strtol_as_long32(v, nullptr, kDecimal) : 0;
+    __tarn_mpi_thread_level = level > kMaxMpiThreadLevel ? 0 : level;
   }
 }

@@ -66,6 +66,15 @@ int tarn_serv_snprintf_s(char* s, std::size_t size, std::size_t count, const cha
 int tarn_serv_sscanf_s(const char* s, const char* format, ...) __attribute__((format(scanf, 2, 3)));
 int tarn_serv_fscanf_s(FILE* stream, const char* format, ...) __attribute__((format(scanf, 2, 3)));
 
+// Integers read as the C library reads them where long is 32 bits, in every
+// build: strtol, strtoul and fscanf's "%i" with their blanks, signs, bases
+// and end pointer, but a value beyond the 32-bit range saturates at its limit
+// and sets errno to ERANGE. The fscanf form returns fscanf's count and
+// leaves *value alone unless it is 1.
+int32_t tarn_serv_strtol_as_long32(const char* s, char** end, int base);
+uint32_t tarn_serv_strtoul_as_ulong32(const char* s, char** end, int base);
+int tarn_serv_fscanf_i_as_long32(FILE* stream, int32_t* value);
+
 // Files.
 FILE* tarn_serv_fopen(const char* name, const char* mode);
 int tarn_serv_fclose(FILE* stream);

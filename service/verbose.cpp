@@ -5,8 +5,8 @@
 #include "service/verbose.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "service/cpu.h"
@@ -20,6 +20,7 @@
 namespace {
 
 constexpr int kVerboseEnvBytes = 128;
+constexpr int kAnyBase = 0;  // TARN_VERBOSE=0x1 counts
 constexpr int kPathBytes = 4096;
 constexpr int kStatusBytes = 400;
 constexpr int kLineBytes = 1024;
@@ -30,7 +31,8 @@ constexpr int kVersionMinor = 0;
 constexpr int kVersionUpdate = 2;
 constexpr const char kProductStatus[] = "Product";
 constexpr const char kBuild[] = "20200624";
-constexpr const char kPlatform[] = "32-bit";
+// The platform the build runs on, in the version texts and the header.
+constexpr const char* kPlatform = sizeof(void*) == 8 ? "64-bit" : "32-bit";
 constexpr const char kDefaultProcessor[] = "Vexan(R) Architecture processors";
 constexpr const char kThreadingLayer[] = "vexan_thread";
 
@@ -244,8 +246,8 @@ int* tarn_serv_verbose_mode(void) {
       int value = 0;
       if (tarn_serv_getenv("TARN_VERBOSE", buffer, kVerboseEnvBytes) > 0) {
         char* end = nullptr;
-        const long v = std::strtol(buffer, &end, 0);
-        if (end && *end == 0 && (v == 0 || v == 1)) value = static_cast<int>(v);
+        const int32_t v = tarn_serv_strtol_as_long32(buffer, &end, kAnyBase);
+        if (end && *end == 0 && (v == 0 || v == 1)) value = v;
       }
       __atomic_store_n(&tarn_verbose_val, value, __ATOMIC_RELEASE);
     }

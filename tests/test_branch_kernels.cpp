@@ -10,7 +10,9 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kernels/generic/level1.h"
@@ -727,6 +729,157 @@ TEST_P(BranchKernels, TrsvDividesByAZeroDiagonal) {
   double x[2] = {1.0, 1.0};
   k().xdtrsv("L", "N", "N", &n, a, &ld, x, &one);
   EXPECT_TRUE(std::isinf(x[0]));
+}
+
+// ---- Offsets beyond 32 bits ---------------------------------------------------
+
+// Columns, and vector elements, this far apart put the later elements of every
+// operand beyond 2^31 elements (and 2^32 bytes) from its start: in a 64-bit
+// build the kernels must reach them, with int32 arguments all the same.
+constexpr int kFarLd = 400000009;
+
+using testsupport::FarMatrix;
+
+// A far copy of a compact matrix, or of a vector taken as one row (its
+// elements kFarLd apart).
+std::unique_ptr<FarMatrix> far_copy(const Matrix& a) {
+  auto f = std::make_unique<FarMatrix>(a.m, a.n, kFarLd);
+  if (f->data() != nullptr) f->load(a);
+  return f;
+}
+Matrix as_row(const std::vector<double>& v) {
+  Matrix a(1, static_cast<int>(v.size()));
+  for (size_t k = 0; k < v.size(); ++k) a(0, static_cast<int>(k)) = v[k];
+  return a;
+}
+
+// Every entry, called once on compact operands and once on far ones with
+// the same values, must give the same results.
+constexpr double kFarAlpha = 0.75, kFarBeta = -0.5;
+
+void check_far_gemm(const Branch& k, int m, int n, int kk, Random& r) {
+  // Every transposition.
+  for (char ta : {'N', 'T'})
+    for (char tb : {'N', 'T'}) {
+      Matrix a = random_matrix(ta == 'N' ? m : kk, ta == 'N' ? kk : m, 0, r);
+      Matrix b = random_matrix(tb == 'N' ? kk : n, tb == 'N' ? n : kk, 0, r);
+      Matrix c = random_matrix(m, n, 0, r);
+      auto fa = far_copy(a), fb = far_copy(b), fc = far_copy(c);
+      ASSERT_NE(fc->data(), nullptr);
+      const char sa[2] = {ta, 0}, sb[2] = {tb, 0};
+      k.xdgemm(sa, sb, &m, &n, &kk, &kFarAlpha, a.data(), &a.ld, b.data(), &b.ld, &kFarBeta,
+               c.data(), &c.ld);
+      k.xdgemm(sa, sb, &m, &n, &kk, &kFarAlpha, fa->data(), &fa->ld, fb->data(), &fb->ld,
+               &kFarBeta, fc->data(), &fc->ld);
+      EXPECT_LE(testsupport::max_rel_diff(fc->compact(), c), 1e-14)
+          << "gemm " << ta << tb << " m=" << m << " n=" << n << " k=" << kk;
+    }
+}
+
+void check_far_trsm(const Branch& k, int m, int n, Random& r) {
+  // Every case.
+  for (char side : {'L', 'R'})
+    for (char uplo : {'L', 'U'})
+      for (char trans : {'N', 'T'})
+        for (char diag : {'N', 'U'}) {
+          Matrix a = triangle(side == 'L' ? m : n, uplo, diag, r);
+          Matrix b = random_matrix(m, n, 0, r);
+          auto fa = far_copy(a), fb = far_copy(b);
+          ASSERT_NE(fb->data(), nullptr);
+          const char sd[2] = {side, 0}, ul[2] = {uplo, 0}, tr[2] = {trans, 0}, dg[2] = {diag, 0};
+          k.xdtrsm(sd, ul, tr, dg, &m, &n, &kFarAlpha, a.data(), &a.ld, b.data(), &b.ld);
+          k.xdtrsm(sd, ul, tr, dg, &m, &n, &kFarAlpha, fa->data(), &fa->ld, fb->data(), &fb->ld);
+          EXPECT_LE(testsupport::max_rel_diff(fb->compact(), b), 1e-13)
+              << "trsm " << side << uplo << trans << diag << " m=" << m << " n=" << n;
+        }
+}
+
+TEST_P(BranchKernels, ReachesOperandsBeyond32BitOffsets) {
+  if (!FarMatrix::possible()) GTEST_SKIP() << "a 32-bit address space";
+  Random r(81);
+  // The larger shapes take several blocks of rows and of depth, and several
+  // diagonal blocks of the solve.
+  check_far_gemm(k(), 37, 41, 43, r);
+  check_far_gemm(k(), 300, 40, 300, r);
+  check_far_trsm(k(), 37, 41, r);
+  check_far_trsm(k(), 300, 300, r);
+
+  const int m = 37, n = 41;  // columns from 6 on start beyond 2^31 elements
+  const double alpha = kFarAlpha, beta = kFarBeta;
+
+  // Matrix-vector forms, with far columns and far vector elements in both
+  // directions.
+  const int mode = 1;
+  for (int sign : {1, -1}) {
+    const int near_inc = sign, far_inc = sign * kFarLd;
+    for (char trans : {'N', 'T'}) {
+      Matrix a = random_matrix(m, n, 0, r);
+      Matrix x = as_row(random_vector(trans == 'N' ? n : m, r));
+      Matrix y = as_row(random_vector(trans == 'N' ? m : n, r));
+      auto fa = far_copy(a), fx = far_copy(x), fy = far_copy(y);
+      ASSERT_NE(fy->data(), nullptr);
+      const char t[2] = {trans, 0};
+      k().xdgemv(t, &m, &n, &alpha, a.data(), &a.ld, x.data(), &near_inc, &beta, y.data(),
+                 &near_inc, &mode);
+      k().xdgemv(t, &m, &n, &alpha, fa->data(), &fa->ld, fx->data(), &far_inc, &beta, fy->data(),
+                 &far_inc, &mode);
+      EXPECT_LE(testsupport::max_rel_diff(fy->compact(), y), 1e-14) << "gemv " << trans << sign;
+    }
+    {
+      Matrix c = random_matrix(m, n, 0, r);
+      Matrix x = as_row(random_vector(m, r)), y = as_row(random_vector(n, r));
+      auto fc = far_copy(c), fx = far_copy(x), fy = far_copy(y);
+      ASSERT_NE(fc->data(), nullptr);
+      k().xdgemmger("N", "N", &m, &n, &alpha, x.data(), &near_inc, y.data(), &near_inc, &beta,
+                    c.data(), &c.ld);
+      k().xdgemmger("N", "N", &m, &n, &alpha, fx->data(), &far_inc, fy->data(), &far_inc, &beta,
+                    fc->data(), &fc->ld);
+      EXPECT_LE(testsupport::max_rel_diff(fc->compact(), c), 1e-14) << "gemmger " << sign;
+    }
+    for (char uplo : {'L', 'U'})
+      for (char trans : {'N', 'T'}) {
+        Matrix a = triangle(n, uplo, 'N', r);
+        Matrix x = as_row(random_vector(n, r));
+        auto fa = far_copy(a), fx = far_copy(x);
+        ASSERT_NE(fx->data(), nullptr);
+        const char ul[2] = {uplo, 0}, tr[2] = {trans, 0};
+        k().xdtrsv(ul, tr, "N", &n, a.data(), &a.ld, x.data(), &near_inc);
+        k().xdtrsv(ul, tr, "N", &n, fa->data(), &fa->ld, fx->data(), &far_inc);
+        EXPECT_LE(testsupport::max_rel_diff(fx->compact(), x), 1e-14)
+            << "trsv " << uplo << trans << sign;
+      }
+
+    // Level 1, far elements in both directions (scal takes positive strides).
+    Matrix x = as_row(random_vector(n, r)), y = as_row(random_vector(n, r));
+    x(0, n - 5) = 9.0;  // the largest, far out in either direction
+    auto fx = far_copy(x), fy = far_copy(y);
+    ASSERT_NE(fy->data(), nullptr);
+    EXPECT_EQ(k().xidamax(&n, fx->data(), &far_inc), k().xidamax(&n, x.data(), &near_inc));
+    EXPECT_NEAR(k().xddot(&n, fx->data(), &far_inc, fy->data(), &far_inc),
+                k().xddot(&n, x.data(), &near_inc, y.data(), &near_inc), 1e-13);
+    k().xdaxpy(&n, &alpha, x.data(), &near_inc, y.data(), &near_inc);
+    k().xdaxpy(&n, &alpha, fx->data(), &far_inc, fy->data(), &far_inc);
+    EXPECT_LE(testsupport::max_rel_diff(fy->compact(), y), 1e-15) << "axpy " << sign;
+    k().xdswap(&n, x.data(), &near_inc, y.data(), &near_inc);
+    k().xdswap(&n, fx->data(), &far_inc, fy->data(), &far_inc);
+    EXPECT_EQ(testsupport::max_rel_diff(fx->compact(), x), 0.0) << "swap " << sign;
+    k().xdcopy(&n, y.data(), &near_inc, x.data(), &near_inc);
+    k().xdcopy(&n, fy->data(), &far_inc, fx->data(), &far_inc);
+    EXPECT_EQ(testsupport::max_rel_diff(fx->compact(), x), 0.0) << "copy " << sign;
+    if (sign > 0) {
+      k().xdscal(&n, &beta, x.data(), &near_inc);
+      k().xdscal(&n, &beta, fx->data(), &far_inc);
+      EXPECT_EQ(testsupport::max_rel_diff(fx->compact(), x), 0.0) << "scal";
+    }
+  }
+
+  // The scaling of C.
+  Matrix c = random_matrix(m, n, 0, r);
+  auto fc = far_copy(c);
+  ASSERT_NE(fc->data(), nullptr);
+  k().dgemm_mscale(&m, &n, &beta, c.data(), &c.ld);
+  k().dgemm_mscale(&m, &n, &beta, fc->data(), &fc->ld);
+  EXPECT_EQ(testsupport::max_rel_diff(fc->compact(), c), 0.0) << "mscale";
 }
 
 // ---- Interface generations and empty entries ------------------------------

@@ -830,17 +830,32 @@ TEST(BufferSwitches, ProgrammerCallBeforeFirstUseTakesEffect) {
 
 TEST(BufferSwitches, FastMemoryLimitParsesMebibytes) {
   if (in_child()) GTEST_SKIP();
-  expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
-                      {"TARN_FAST_MEMORY_LIMIT", "EXPECT_LIMIT=-1"});
-  expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
-                      {"TARN_FAST_MEMORY_LIMIT=5", "EXPECT_LIMIT=5242880"});
-  expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
-                      {"TARN_FAST_MEMORY_LIMIT=-3", "EXPECT_LIMIT=-1"});
-  expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
-                      {"TARN_FAST_MEMORY_LIMIT=0", "EXPECT_LIMIT=0"});
-  // The shift is made in 32 bits.
-  expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
-                      {"TARN_FAST_MEMORY_LIMIT=4096", "EXPECT_LIMIT=0"});
+  // The mebibytes are a 32-bit integer in both builds (saturated beyond it);
+  // the bytes are shifted in the address's width, so that from 4096 MiB on
+  // the i386 build wraps where the x86-64 build does not.
+  struct {
+    const char* setting;
+    const char* limit_32;
+    const char* limit_64;
+  } const cases[] = {
+      {"TARN_FAST_MEMORY_LIMIT", "-1", "-1"},
+      {"TARN_FAST_MEMORY_LIMIT=5", "5242880", "5242880"},
+      {"TARN_FAST_MEMORY_LIMIT=-3", "-1", "-1"},
+      {"TARN_FAST_MEMORY_LIMIT=0", "0", "0"},
+      {"TARN_FAST_MEMORY_LIMIT=2047", "2146435072", "2146435072"},
+      {"TARN_FAST_MEMORY_LIMIT=2048", "-2147483648", "2147483648"},
+      {"TARN_FAST_MEMORY_LIMIT=4096", "0", "4294967296"},
+      {"TARN_FAST_MEMORY_LIMIT=4097", "1048576", "4296015872"},
+      {"TARN_FAST_MEMORY_LIMIT=2147483648", "-1048576", "2251799812636672"},
+      {"TARN_FAST_MEMORY_LIMIT=99999999999", "-1048576", "2251799812636672"},
+      {"TARN_FAST_MEMORY_LIMIT=-4294967296", "-1", "-1"},
+  };
+  for (const auto& c : cases) {
+    const std::string expect = sizeof(void*) == 4 ? c.limit_32 : c.limit_64;
+    SCOPED_TRACE(c.setting);
+    expect_child_passes("BufferSwitchesChild.DISABLED_FastMemoryLimitWithoutMemkind",
+                        {c.setting, "EXPECT_LIMIT=" + expect});
+  }
 }
 
 TEST(BufferSwitches, MissingMemkindIsSilentEvenWhenVerbose) {

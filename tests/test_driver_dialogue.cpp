@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -208,6 +209,65 @@ TEST(DriverDialogue, SizeAboveTheFileLimitIsAccepted) {
   run.finish();  // the memory may or may not be there
   EXPECT_FALSE(contains(run.text(), "Warning")) << run.text();
   EXPECT_TRUE(contains(run.text(), " 22001\n")) << run.text();
+}
+
+// Answers beyond the 32-bit range read as the 32-bit reader saturates them,
+// in both builds, and are then clamped like any other answer. The memory such
+// a test asks for is not there, so nothing runs.
+TEST(DriverDialogue, AnswersBeyond32BitsSaturateThenClamp) {
+  // Each answer, and the prompt that follows it.
+  struct {
+    const char* answer;
+    const char* next_prompt;
+  } const answers[] = {{"-4294967297", kLdaPrompt.c_str()},
+                       {"4294967296", kTrialsPrompt.c_str()},
+                       {"-99999999999", kAlignPrompt.c_str()},
+                       {"-0x8000000000", nullptr}};
+  PtyRun run;
+  ASSERT_TRUE(run.started());
+  ASSERT_TRUE(run.expect(kQuestion));
+  run.answer("");
+  ASSERT_TRUE(run.expect(kSizePrompt)) << run.text();
+  for (const auto& a : answers) {
+    run.answer(a.answer);
+    if (a.next_prompt != nullptr) {
+      ASSERT_TRUE(run.expect(a.next_prompt)) << run.text();
+    }
+  }
+  run.finish();
+  const std::string& out = run.text();
+  EXPECT_TRUE(contains(out, warning("Number of equations to solve (problem size)", INT32_MIN, "less",
+                                    1, 1000)))
+      << out;
+  EXPECT_FALSE(contains(out, "parameter Leading dimension of array")) << out;
+  EXPECT_TRUE(contains(out, warning("Number of trials to run", INT32_MIN, "less", 0, 1))) << out;
+  EXPECT_TRUE(contains(out, warning("Data alignment value (in Kbytes)", INT32_MIN, "less", 0, 4)))
+      << out;
+  EXPECT_TRUE(contains(out, "Leading dimension of array                  : 2147483647\n")) << out;
+  EXPECT_TRUE(contains(out, "Number of trials to run                     : 1    \n")) << out;
+}
+
+// The need of a test is counted in the address's width: 23170 by 23170 needs
+// 4295254600 bytes, which the i386 build counts modulo 2^32 (and the probe
+// then passes) and the x86-64 build counts in full.
+TEST(DriverDialogue, MemoryNeedIsCountedInTheAddressWidth) {
+  PtyRun run;
+  ASSERT_TRUE(run.started());
+  ASSERT_TRUE(run.expect(kQuestion));
+  run.answer("");
+  ASSERT_TRUE(run.expect(kSizePrompt));
+  run.answer("23170");
+  ASSERT_TRUE(run.expect(kLdaPrompt));
+  run.answer("23170");
+  ASSERT_TRUE(run.expect(kTrialsPrompt));
+  run.answer("0");
+  ASSERT_TRUE(run.expect(kAlignPrompt));
+  run.answer("0");
+  EXPECT_EQ(run.finish(), 0) << run.text();
+  const char* need = sizeof(void*) == 4 ? "287304" : "4295254600";
+  EXPECT_TRUE(contains(run.text(), std::string("Maximum memory requested that can be used=") + need +
+                                       ", at the size=23170\n"))
+      << run.text();
 }
 
 TEST(DriverDialogue, HelpAnswerPrintsTheHelpFile) {

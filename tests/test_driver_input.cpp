@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <ostream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -94,7 +96,10 @@ const std::string kAlignLabel = "Data alignment value (in Kbytes)";
 TEST(DriverTestCount, MissingUnreadableOrHugeCountAborts) {
   for (const std::string& text : {std::string(""), std::string("only one line\n"),
                                  std::string("a\nb\n"), input("abc", "", "", "", ""),
-                                 input("", "", "", "", ""), input("99999999999", "", "", "", "")}) {
+                                 input("", "", "", "", ""), input("99999999999", "", "", "", ""),
+                                 input("2147483648", "", "", "", ""), input("4294967296", "", "", "", ""),
+                                 input("-2147483649", "", "", "", ""),
+                                 input("-99999999999", "", "", "", "")}) {
     const RunResult r = run_input(text);
     EXPECT_EQ(r.status, kAbortStatus) << text;
     EXPECT_TRUE(contains(r.out, "Could not open file")) << r.out;
@@ -113,6 +118,16 @@ TEST(DriverTestCount, NoTestsStillPrintsEverythingAndPasses) {
   EXPECT_TRUE(contains(r.out, "Performance Summary (GFlops)"));
   EXPECT_TRUE(contains(r.out, "Residual checks PASSED"));
   EXPECT_TRUE(contains(r.out, "End of tests"));
+}
+
+TEST(DriverTestCount, CountsAtThe32BitLimitsAreCutLikeAnyOther) {
+  RunResult r = run_input(input("2147483647", "", "", "", ""));
+  EXPECT_TRUE(contains(r.out, warning("Number of tests", INT32_MAX, "bigger", 32, 32))) << r.out;
+  EXPECT_TRUE(contains(r.out, "Number of tests: 32\n"));
+  r = run_input(input("-2147483648", "", "", "", ""));
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(contains(r.out, warning("Number of tests", INT32_MIN, "less", 0, 0))) << r.out;
+  EXPECT_TRUE(contains(r.out, "Number of tests: 0\n"));
 }
 
 TEST(DriverTestCount, NegativeCountWarnsAndRunsNothing) {
@@ -211,6 +226,73 @@ TEST(DriverSlots, AlignmentIsClampedToZeroAnd64) {
   EXPECT_TRUE(contains(r.out, table_row(kAlignLabel, {0, 64, 0})));
   EXPECT_EQ(count(r.out, std::regex(R"(10     10     64 .*pass)")), 1) << r.out;
 }
+
+// ---- numbers beyond 32 bits ------------------------------------------------------
+
+// An input file with numbers beyond the 32-bit range in one of its lines, and
+// pieces of the report it must give: every such number reads as the 32-bit
+// reader saturates it, in both builds, and is then clamped like any other.
+struct HugeSlotsCase {
+  const char* name;
+  std::string ntests, sizes, ldas, trials, aligns;
+  std::vector<std::string> expected;
+};
+
+void PrintTo(const HugeSlotsCase& c, std::ostream* os) { *os << c.name; }
+
+const HugeSlotsCase kHugeSlotsCases[] = {
+    {"Sizes",
+     "5",
+     "99999999999 4294967296 -4294967297 0x100000000 040000000000",
+     "10 10 10 10 10",
+     "1 1 1 1 1",
+     "0 0 0 0 0",
+     {warning("Problem size", INT32_MAX, "bigger", 22000, 0) +
+          warning("Problem size", INT32_MAX, "bigger", 22000, 0),
+      warning(kSizeLabel, INT32_MIN, "less", 1, 1), table_row(kSizeLabel, {0, 0, 1, 0, 0})}},
+    {"LeadingDimensions",
+     "3",
+     "10 10 10",
+     "4294967296 -2147483649 99999999999",
+     "1 1 1",
+     "0 0 0",
+     {warning(kLdaLabel, INT32_MIN, "less", 1, 1),
+      warning(kLdaLabel, INT32_MAX, "bigger", 22000, 10) + warning(kLdaLabel, 1, "less", 10, 10) +
+          warning(kLdaLabel, INT32_MAX, "bigger", 22000, 10),
+      table_row(kLdaLabel, {10, 10, 10})}},
+    {"Trials",
+     "3",
+     "30000 30000 10",
+     "30000 30000 10",
+     "4294967297 -4294967297 1",
+     "0 0 0",
+     {warning(kTrialsLabel, INT32_MIN, "less", 1, 1), table_row(kTrialsLabel, {INT32_MAX, 1, 1})}},
+    {"Alignments",
+     "3",
+     "10 10 10",
+     "10 10 10",
+     "1 1 1",
+     "4294967296 -4294967296 0x80000000",
+     {warning(kAlignLabel, INT32_MIN, "less", 0, 0) +
+          warning(kAlignLabel, INT32_MAX, "bigger", 64, 64) +
+          warning(kAlignLabel, INT32_MAX, "bigger", 64, 64),
+      table_row(kAlignLabel, {64, 0, 64})}},
+};
+
+class DriverHugeSlots : public ::testing::TestWithParam<HugeSlotsCase> {};
+
+TEST_P(DriverHugeSlots, SaturateAtThe32BitLimitsThenClamp) {
+  const HugeSlotsCase& c = GetParam();
+  const RunResult r = run_input(input(c.ntests, c.sizes, c.ldas, c.trials, c.aligns));
+  EXPECT_EQ(r.status, 0) << r.out;
+  for (const std::string& piece : c.expected) EXPECT_TRUE(contains(r.out, piece)) << piece << "\n" << r.out;
+  EXPECT_TRUE(contains(r.out, "Residual checks PASSED")) << r.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(EachLine, DriverHugeSlots, ::testing::ValuesIn(kHugeSlotsCases),
+                         [](const ::testing::TestParamInfo<HugeSlotsCase>& info) {
+                           return std::string(info.param.name);
+                         });
 
 // ---- memory sizing -------------------------------------------------------------
 

@@ -360,6 +360,39 @@ TEST(Linpack, OneTrialSolvesToOnesAndPasses) {
   }
 }
 
+// A matrix whose columns lie beyond 2^31 elements (and 2^32 bytes) from the
+// first, from column 6 on: generation, factorization, solve and residual
+// reach them in a 64-bit build, and the trial gives what a compact one gives.
+TEST(Linpack, TrialWithColumnsBeyond32BitOffsetsMatchesACompactOne) {
+  if (!testsupport::FarMatrix::possible()) GTEST_SKIP() << "a 32-bit address space";
+  constexpr int32_t kFarLd = 400000009;
+  static constexpr int32_t n = 300;
+  struct Trial {
+    std::vector<double> b, x;
+    std::vector<int32_t> ipvt;
+    double time = 0, gflops = 0, resid = -1, residn = -1;
+    int32_t info = -5;
+    Trial() : b(n), x(n), ipvt(n) {}
+    void run(double* a, int32_t lda) {
+      linpack_(&n, a, &lda, b.data(), x.data(), ipvt.data(), &time, &gflops, &resid, &residn,
+               &info);
+    }
+  };
+  Trial compact, far;
+  Matrix a(n, n);
+  compact.run(a.data(), a.ld);
+  testsupport::FarMatrix far_a(n, n, kFarLd);
+  ASSERT_NE(far_a.data(), nullptr);
+  far.run(far_a.data(), far_a.ld);
+  ASSERT_GT(compact.time, 0.0);
+  ASSERT_GT(far.time, 0.0);
+  EXPECT_EQ(far.info, 0);
+  EXPECT_EQ(far.ipvt, compact.ipvt);
+  EXPECT_TRUE(residual_check_passes(far.resid, far.residn)) << far.residn;
+  EXPECT_NEAR(far.residn, compact.residn, 0.5);
+  for (int i = 0; i < n; ++i) ASSERT_NEAR(far.x[i], compact.x[i], 1e-12) << "row " << i;
+}
+
 TEST(Linpack, RateUsesTheSinglePrecisionGiga) {
   // The constant is 1e-9 widened from float.
   EXPECT_EQ(std::bit_cast<uint64_t>(kGiga), 0x3E112E0BE0000000ull);

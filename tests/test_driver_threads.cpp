@@ -36,7 +36,7 @@ TEST(DriverThreadCount, UnsetOrEmptyVariableCutsToTheCores) {
 
 TEST(DriverThreadCount, MalformedOrNegativeVariableCutsToTheCores) {
   const int c = cores();
-  for (const char* value : {"abc", "4x", "-2", "x4"}) {
+  for (const char* value : {"abc", "4x", "-2", "x4", "-2147483649", "-4294967296", "99999999999x"}) {
     EnvGuard env("OMP_NUM_THREADS", value);
     EXPECT_EQ(limit_after_rule(c + 5), c) << value;
   }
@@ -44,7 +44,7 @@ TEST(DriverThreadCount, MalformedOrNegativeVariableCutsToTheCores) {
 
 TEST(DriverThreadCount, WellFormedVariableIsHonouredAboveTheCores) {
   const int c = cores();
-  for (const char* value : {"7", "0", "1000"}) {
+  for (const char* value : {"7", "0", "1000", "2147483648", "4294967296", "99999999999"}) {
     EnvGuard env("OMP_NUM_THREADS", value);
     EXPECT_EQ(limit_after_rule(c + 5), c + 5) << value;
   }

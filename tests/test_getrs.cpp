@@ -150,6 +150,34 @@ TEST_F(GetrsTest, EmptyProblemsReturnUntouched) {
   EXPECT_TRUE(g_xerbla_calls.empty());
 }
 
+// Columns of A and of B this far apart lie beyond 2^31 elements from the
+// first: the solve reaches them in a 64-bit build, as it does compact ones.
+TEST_F(GetrsTest, ColumnsBeyond32BitOffsetsSolveAsCompactOnes) {
+  if (!testsupport::FarMatrix::possible()) GTEST_SKIP() << "a 32-bit address space";
+  constexpr int kFarLd = 400000009;
+  const int n = 300, nrhs = 9;
+  Matrix lu = random_matrix(n, n, n, 950);
+  std::vector<int> ipiv(n);
+  int info = -1;
+  DGETRF(&n, &n, lu.data(), &lu.ld, ipiv.data(), &info);
+  ASSERT_EQ(info, 0);
+  testsupport::FarMatrix far_lu(n, n, kFarLd);
+  ASSERT_NE(far_lu.data(), nullptr);
+  far_lu.load(lu);
+  for (const char* trans : {"N", "T"}) {
+    Matrix b = random_matrix(n, nrhs, n, 951);
+    testsupport::FarMatrix far_b(n, nrhs, kFarLd);
+    ASSERT_NE(far_b.data(), nullptr);
+    far_b.load(b);
+    int far_info = -1;
+    DGETRS(trans, &n, &nrhs, lu.data(), &lu.ld, ipiv.data(), b.data(), &b.ld, &info);
+    DGETRS(trans, &n, &nrhs, far_lu.data(), &far_lu.ld, ipiv.data(), far_b.data(), &far_b.ld,
+           &far_info);
+    EXPECT_EQ(far_info, info);
+    EXPECT_LE(testsupport::max_rel_diff(far_b.compact(), b), 1e-12) << trans;
+  }
+}
+
 TEST_F(GetrsTest, SingleAndManyRightHandSidesAgree) {
   // nrhs == 1 takes the vector solves, nrhs > 1 the blocked ones.
   const int n = 60, nrhs = 5;

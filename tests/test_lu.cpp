@@ -348,6 +348,41 @@ TEST_F(LuTest, ThreadedAndOneThreadRecursionsAgree) {
   EXPECT_LE(testsupport::max_rel_diff(x, y), 1e-12);
 }
 
+// Columns this far apart lie beyond 2^31 elements (and 2^32 bytes) from the
+// first from column 6 on: the factorization reaches them in a 64-bit build.
+constexpr int kFarLd = 400000009;
+
+TEST_F(LuTest, ColumnsBeyond32BitOffsetsFactorAsCompactOnes) {
+  if (!testsupport::FarMatrix::possible()) GTEST_SKIP() << "a 32-bit address space";
+  // Several panels and their updates: the same pivots and factors as the
+  // compact matrix, through the entry and through both recursions.
+  const int n = 300, zero = 0;
+  const Matrix a0 = random_matrix(n, n, n, 900);
+  for (int road = 0; road < 3; ++road) {
+    Matrix want = a0;
+    testsupport::FarMatrix far(n, n, kFarLd);
+    ASSERT_NE(far.data(), nullptr);
+    far.load(a0);
+    std::vector<int> ipiv(n, -5), far_ipiv(n, -5);
+    int info = -1, far_info = -1;
+    if (road == 0) {
+      DGETRF(&n, &n, want.data(), &want.ld, ipiv.data(), &info);
+      DGETRF(&n, &n, far.data(), &far.ld, far_ipiv.data(), &far_info);
+    } else if (road == 1) {
+      tarn_lapack_xdgetrf_local(&n, &n, want.data(), &want.ld, ipiv.data(), &info, &zero, &zero);
+      tarn_lapack_xdgetrf_local(&n, &n, far.data(), &far.ld, far_ipiv.data(), &far_info, &zero,
+                                &zero);
+    } else {
+      tarn_lapack_dgetrf_local(&n, &n, want.data(), &want.ld, ipiv.data(), &info, &zero, &zero);
+      tarn_lapack_dgetrf_local(&n, &n, far.data(), &far.ld, far_ipiv.data(), &far_info, &zero,
+                               &zero);
+    }
+    EXPECT_EQ(far_info, info) << "road " << road;
+    EXPECT_EQ(far_ipiv, ipiv) << "road " << road;
+    EXPECT_LE(testsupport::max_rel_diff(far.compact(), want), 1e-12) << "road " << road;
+  }
+}
+
 TEST_F(LuTest, UnblockedKernelMatchesReference) {
   for (int shape : {0, 1, 2}) {
     const int m = shape == 1 ? 40 : 25, n = shape == 2 ? 40 : 25;

@@ -1,10 +1,15 @@
 // The bounded string, memory and stdio family, and the Fortran-style text
 // helpers: the order of the checks, the handler texts and codes, what is
-// left in the destination, and the return values.
+// left in the destination, and the return values; and the integer readers
+// that read as the C library does where long is 32 bits.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -556,6 +561,174 @@ TEST(Scanf, FileFormReadsFromTheStream) {
     EXPECT_EQ(b, 7);
     EXPECT_EQ(tarn_serv_fclose(file), 0);
     EXPECT_EQ(tarn_serv_fopen("/nonexistent/file", "r"), nullptr);
+    std::remove(path.c_str());
+}
+
+// ---- Integers read as where long is 32 bits -----------------------------------------
+
+// One text, its base, and what the 32-bit reader makes of it: the value, errno
+// (0 or ERANGE) and how many characters it takes.
+struct Long32Case {
+    const char* text;
+    int base;
+    int32_t value;
+    int error;
+    int used;
+};
+
+void PrintTo(const Long32Case& c, std::ostream* os) { *os << '"' << c.text << "\" base " << c.base; }
+
+constexpr int32_t kMax32 = INT32_MAX;
+constexpr int32_t kMin32 = INT32_MIN;
+
+const Long32Case kLong32Cases[] = {
+    {"2147483647", 10, kMax32, 0, 10},
+    {"2147483648", 10, kMax32, ERANGE, 10},
+    {"-2147483648", 10, kMin32, 0, 11},
+    {"-2147483649", 10, kMin32, ERANGE, 11},
+    {"4294967295", 10, kMax32, ERANGE, 10},
+    {"4294967296", 10, kMax32, ERANGE, 10},
+    {"4294967297", 10, kMax32, ERANGE, 10},
+    {"-4294967296", 10, kMin32, ERANGE, 11},
+    {"99999999999", 10, kMax32, ERANGE, 11},
+    {"-99999999999", 10, kMin32, ERANGE, 12},
+    {"18446744073709551616", 10, kMax32, ERANGE, 20},
+    {"-18446744073709551617", 10, kMin32, ERANGE, 21},
+    {"0x7fffffff", 0, kMax32, 0, 10},
+    {"0x80000000", 0, kMax32, ERANGE, 10},
+    {"-0x80000000", 0, kMin32, 0, 11},
+    {"-0x80000001", 0, kMin32, ERANGE, 11},
+    {"0xFFFFFFFF", 0, kMax32, ERANGE, 10},
+    {"-0xFFFFFFFF", 0, kMin32, ERANGE, 11},
+    {"0x100000000", 0, kMax32, ERANGE, 11},
+    {"017777777777", 0, kMax32, 0, 12},
+    {"020000000000", 0, kMax32, ERANGE, 12},
+    {"-020000000000", 0, kMin32, 0, 13},
+    {"040000000000", 0, kMax32, ERANGE, 12},
+    {"  +42 rest", 10, 42, 0, 5},
+    {"\t-7", 10, -7, 0, 3},
+    {"0x10", 10, 0, 0, 1},
+    {"0x10", 16, 16, 0, 4},
+    {"0x", 0, 0, 0, 1},
+    {"08", 0, 0, 0, 1},
+    {"-", 10, 0, 0, 0},
+    {"abc", 10, 0, 0, 0},
+};
+
+class StrtolAsLong32 : public ::testing::TestWithParam<Long32Case> {};
+
+TEST_P(StrtolAsLong32, SaturatesAtTheLimitsOf32BitsInEveryBuild) {
+    const Long32Case& c = GetParam();
+    char* end = nullptr;
+    errno = 0;
+    const int32_t value = tarn_serv_strtol_as_long32(c.text, &end, c.base);
+    EXPECT_EQ(value, c.value);
+    EXPECT_EQ(errno, c.error);
+    EXPECT_EQ(end - c.text, c.used);
+}
+
+// Where long is 32 bits the C library itself is the reference, for strtol and
+// for "%i" alike; elsewhere the table's values stand for it.
+TEST_P(StrtolAsLong32, AgreesWithTheCLibraryWhereLongIs32Bits) {
+    if (sizeof(long) != 4) GTEST_SKIP() << "long is " << 8 * sizeof(long) << " bits here";
+    const Long32Case& c = GetParam();
+    char* end_ref = nullptr;
+    errno = 0;
+    const long ref = std::strtol(c.text, &end_ref, c.base);
+    const int errno_ref = errno;
+    char* end = nullptr;
+    errno = 0;
+    const int32_t value = tarn_serv_strtol_as_long32(c.text, &end, c.base);
+    EXPECT_EQ(value, ref);
+    EXPECT_EQ(errno, errno_ref);
+    EXPECT_EQ(end, end_ref);
+    if (c.base == 0) {
+        int scanned = -5;
+        const int count = std::sscanf(c.text, "%i", &scanned);
+        EXPECT_EQ(count == 1, c.used > 0);
+        if (count == 1) {
+            EXPECT_EQ(scanned, value);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, StrtolAsLong32, ::testing::ValuesIn(kLong32Cases));
+
+TEST(StrtolAsLong32, LeavesErrnoAloneOnAValueInRange) {
+    errno = EINVAL;
+    EXPECT_EQ(tarn_serv_strtol_as_long32("12", nullptr, 10), 12);
+    EXPECT_EQ(errno, EINVAL);
+    errno = EINVAL;
+    EXPECT_EQ(tarn_serv_strtoul_as_ulong32("12", nullptr, 10), 12u);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+struct Ulong32Case {
+    const char* text;
+    int base;
+    uint32_t value;
+    int error;
+};
+
+TEST(StrtoulAsUlong32, SaturatesOnTheMagnitudeAndNegatesModulo32Bits) {
+    const Ulong32Case cases[] = {
+        {"4294967295", 10, UINT32_MAX, 0},
+        {"4294967296", 10, UINT32_MAX, ERANGE},
+        {"99999999999", 10, UINT32_MAX, ERANGE},
+        {"18446744073709551616", 10, UINT32_MAX, ERANGE},
+        {"2147483648", 10, 2147483648u, 0},
+        {"-1", 10, UINT32_MAX, 0},
+        {"-4294967295", 10, 1u, 0},
+        {"-4294967296", 10, UINT32_MAX, ERANGE},
+        {"-18446744073709551615", 10, UINT32_MAX, ERANGE},
+        {"0xFFFFFFFF", 0, UINT32_MAX, 0},
+        {"0x100000000", 0, UINT32_MAX, ERANGE},
+        {"037777777777", 0, UINT32_MAX, 0},
+        {"040000000000", 0, UINT32_MAX, ERANGE},
+        {" 7", 10, 7u, 0},
+        {"-", 10, 0u, 0},
+    };
+    for (const Ulong32Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        char* end = nullptr;
+        errno = 0;
+        EXPECT_EQ(tarn_serv_strtoul_as_ulong32(c.text, &end, c.base), c.value);
+        EXPECT_EQ(errno, c.error);
+        if (sizeof(long) == 4) {
+            char* end_ref = nullptr;
+            errno = 0;
+            EXPECT_EQ(std::strtoul(c.text, &end_ref, c.base), c.value);
+            EXPECT_EQ(errno, c.error);
+            EXPECT_EQ(end, end_ref);
+        }
+    }
+}
+
+TEST(FscanfIAsLong32, ReadsTheStreamAsPercentIAndSaturates) {
+    const std::string path = testsupport::write_temp_file(
+        "99999999999 -4294967296 2147483647 0x10 010 0xg 4294967296\n", ".txt");
+    FILE* file = tarn_serv_fopen(path.c_str(), "r");
+    ASSERT_NE(file, nullptr);
+    struct {
+        int32_t value;
+        int error;
+    } const expected[] = {{kMax32, ERANGE}, {kMin32, ERANGE}, {kMax32, 0}, {16, 0}, {8, 0}, {0, 0}};
+    for (const auto& e : expected) {
+        int32_t value = -5;
+        errno = 0;
+        EXPECT_EQ(tarn_serv_fscanf_i_as_long32(file, &value), 1);
+        EXPECT_EQ(value, e.value);
+        EXPECT_EQ(errno, e.error);
+    }
+    // "0xg": "%i" took "0x" and stops at the g, which no number can pass.
+    int32_t value = -5;
+    EXPECT_EQ(tarn_serv_fscanf_i_as_long32(file, &value), 0);
+    EXPECT_EQ(value, -5);
+    EXPECT_EQ(std::fgetc(file), 'g');
+    EXPECT_EQ(tarn_serv_fscanf_i_as_long32(file, &value), 1);
+    EXPECT_EQ(value, kMax32);
+    EXPECT_EQ(tarn_serv_fscanf_i_as_long32(file, &value), EOF);
+    EXPECT_EQ(tarn_serv_fclose(file), 0);
     std::remove(path.c_str());
 }
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -60,8 +61,20 @@ struct CountCase {
 };
 
 TEST_F(ThreadPolicy, NumThreadsDigitsOnlyElseOne) {
-  const CountCase cases[] = {{"4", 4}, {"17", 17}, {"abc", 1}, {"-2", 1}, {" 4", 1},
-                             {"4 ", 1}, {"3x", 1},  {"0", -1},  {"", -1}};
+  const CountCase cases[] = {{"4", 4},
+                             {"17", 17},
+                             {"abc", 1},
+                             {"-2", 1},
+                             {" 4", 1},
+                             {"4 ", 1},
+                             {"3x", 1},
+                             {"0", -1},
+                             {"", -1},
+                             {"2147483647", INT32_MAX},
+                             {"2147483648", INT32_MAX},
+                             {"4294967296", INT32_MAX},
+                             {"4294967297", INT32_MAX},
+                             {"99999999999", INT32_MAX}};
   for (const CountCase& c : cases) {
     tarn_serv_threads_reset();
     EnvGuard g("TARN_NUM_THREADS", c.value);
@@ -71,7 +84,8 @@ TEST_F(ThreadPolicy, NumThreadsDigitsOnlyElseOne) {
 }
 
 TEST_F(ThreadPolicy, OmpNumThreadsAsReadHere) {
-  const CountCase cases[] = {{"3", 3}, {"4,2", 1}, {"x", 1}, {"0", -1}, {"", -1}};
+  const CountCase cases[] = {{"3", 3},  {"4,2", 1}, {"x", 1}, {"0", -1}, {"", -1},
+                             {"4294967296", INT32_MAX}, {"4294967297", INT32_MAX}};
   for (const CountCase& c : cases) {
     tarn_serv_threads_reset();
     EnvGuard g("OMP_NUM_THREADS", c.value);
@@ -105,7 +119,8 @@ TEST_F(ThreadPolicy, SetNumThreadsZeroChangesNothing) {
 // ---- TARN_NUM_STRIPES ---------------------------------------------------------
 
 TEST_F(ThreadPolicy, NumStripesDigitsOnlyElseIgnored) {
-  const CountCase cases[] = {{"5", 5}, {"0", 0}, {"x", -1}, {"-1", -1}, {"2 ", -1}};
+  const CountCase cases[] = {{"5", 5},   {"0", 0},   {"x", -1}, {"-1", -1},
+                             {"4294967296", INT32_MAX}, {"99999999999", INT32_MAX}, {"2 ", -1}};
   for (const CountCase& c : cases) {
     tarn_serv_threads_reset();
     EnvGuard g("TARN_NUM_STRIPES", c.value);
@@ -138,6 +153,8 @@ TEST_F(ThreadPolicy, DomainListForms) {
       {"tarn_domain_blas=2", -1, -1, -1, -1, -1},
       {"TARN_DOMAIN_BLASX=2,TARN_DOMAIN_VML=3", -1, -1, -1, 3, -1},
       {"TARN_DOMAIN_BLAS=2 TARN_DOMAIN_BLAS=5", -1, 2, -1, -1, -1},
+      {"TARN_DOMAIN_BLAS=4294967296,TARN_DOMAIN_FFT=99999999999", -1, INT32_MAX, INT32_MAX, -1, -1},
+      {"TARN_DOMAIN_ALL=4294967297", INT32_MAX, -1, -1, -1, -1},
       {"", -1, -1, -1, -1, -1},
   };
   for (const DomainCase& c : cases) {
@@ -215,6 +232,10 @@ TEST_F(ThreadPolicy, ProcessesPerNodeFirstPositiveWins) {
       {{{"VX_MPI_PIN_MAPPING", "2"}}, -1},
       {{{"VX_MPI_PIN_MAPPING", "x:1"}, {"OMPI_COMM_WORLD_LOCAL_SIZE", "3"}}, 3},
       {{{"OMPI_COMM_WORLD_LOCAL_SIZE", "3 "}, {"MPI_LOCALNRANKS", "8"}}, 8},
+      {{{"TARN_MPI_PPN", "4294967297"}}, INT32_MAX},
+      {{{"TARN_MPI_PPN", "-4294967297"}, {"MPI_LOCALNRANKS", "8"}}, 8},
+      {{{"VX_MPI_PIN_MAPPING", "4294967298:0"}}, INT32_MAX},
+      {{{"MPI_LOCALNRANKS", "99999999999"}}, INT32_MAX},
   };
   for (const PpnCase& c : cases) {
     tarn_serv_threads_reset();
@@ -231,7 +252,8 @@ TEST_F(ThreadPolicy, ProcessesPerNodeReadOnceEvenWhenAbsent) {
 }
 
 TEST_F(ThreadPolicy, MpiThreadLevel) {
-  const CountCase cases[] = {{"2", 2}, {"3", 3}, {"4", 0}, {"x", 0}, {"0", 0}};
+  const CountCase cases[] = {{"2", 2}, {"3", 3}, {"4", 0}, {"x", 0}, {"0", 0},
+                             {"4294967298", 0}, {"4294967299", 0}};
   for (const CountCase& c : cases) {
     tarn_serv_threads_reset();
     EnvGuard g("VX_MPI_THREAD_LEVEL", c.value);

@@ -34,7 +34,7 @@ __attribute__((noinline, optimize("no-tree-vectorize"))) void gemm_edge_tile(
   }
 #pragma GCC unroll 16
   for (int j = 0; j < W; ++j) {
-    double* cj = c + j * ldc;
+    double* cj = c + j * static_cast<ptrdiff_t>(ldc);
     L::store(cj, B0 ? acc[j] : L::add(acc[j], L::load(cj)));
   }
 }

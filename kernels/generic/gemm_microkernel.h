@@ -47,7 +47,7 @@ inline void gemm_vector_tile(int kc, const double* __restrict a, const double* _
   gemm_prefetch_rest<CL>(pf, q);
 #pragma GCC unroll 16
   for (int j = 0; j < NR; ++j) {
-    double* cj = c + j * ldc;
+    double* cj = c + j * static_cast<ptrdiff_t>(ldc);
     if (B0)
       V::store(cj, acc[j]);
     else
@@ -92,7 +92,7 @@ inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double*
   for (int j = 0; j < NR; ++j)
 #pragma GCC unroll 16
     for (int i = 0; i < MV; ++i) {
-      double* cc = c + j * ldc + i * V::width;
+      double* cc = c + j * static_cast<ptrdiff_t>(ldc) + i * V::width;
       if (B0)
         V::store(cc, acc[i][j]);
       else

@@ -13,6 +13,8 @@
 // with that branch's instruction set, hence the anonymous namespace.
 #pragma once
 
+#include <cstddef>
+
 namespace {
 
 // Rows [0, rows) of op(A) for k indices [0, kc), into dst[p*height + i],
@@ -20,17 +22,18 @@ namespace {
 // a[i + p*lda] when A is not transposed and a[p + i*lda] when it is.
 inline void gemm_pack_a_rows(bool trans, int rows, int height, int kc, const double* a, int lda,
                              double alpha, double* __restrict dst) {
+  const ptrdiff_t ld = lda;  // a far column lies beyond 2^31 elements in a 64-bit build
   if (!trans) {
     // Loop over the depth: one column of the panel per k.
     for (int p = 0; p < kc; ++p) {
-      for (int i = 0; i < rows; ++i) dst[p * height + i] = alpha * a[i + p * lda];
+      for (int i = 0; i < rows; ++i) dst[p * height + i] = alpha * a[i + p * ld];
       for (int i = rows; i < height; ++i) dst[p * height + i] = 0.0;
     }
     return;
   }
   // Transposed: each row of op(A) is a contiguous column of A.
   for (int i = 0; i < rows; ++i) {
-    const double* src = a + i * lda;
+    const double* src = a + i * ld;
     for (int p = 0; p < kc; ++p) dst[p * height + i] = alpha * src[p];
   }
   for (int i = rows; i < height; ++i)
@@ -43,17 +46,18 @@ inline void gemm_pack_a_rows(bool trans, int rows, int height, int kc, const dou
 // in A.
 inline void gemm_pack_b_cols(bool trans, int kc, int cols, int width, const double* b, int ldb,
                              double* __restrict dst) {
+  const ptrdiff_t ld = ldb;
   if (trans) {
     // Loop over the depth: one row of op(B) per k.
     for (int p = 0; p < kc; ++p) {
-      const double* src = b + p * ldb;
+      const double* src = b + p * ld;
       for (int j = 0; j < cols; ++j) dst[p * width + j] = src[j];
       for (int j = cols; j < width; ++j) dst[p * width + j] = 0.0;
     }
     return;
   }
   for (int j = 0; j < cols; ++j) {
-    const double* src = b + j * ldb;
+    const double* src = b + j * ld;
     for (int p = 0; p < kc; ++p) dst[p * width + j] = src[p];
   }
   for (int j = cols; j < width; ++j)
@@ -71,12 +75,13 @@ void gemm_pack_a_panel(bool trans, int rows, int kc, const double* a, int lda, d
     return;
   }
   // Whole panel: one contiguous run of MR values per k index.
+  const ptrdiff_t ld = lda;
   if (alpha == 1.0) {
     for (int p = 0; p < kc; ++p)
-      for (int i = 0; i < MR; ++i) dst[p * MR + i] = a[i + p * lda];
+      for (int i = 0; i < MR; ++i) dst[p * MR + i] = a[i + p * ld];
   } else {
     for (int p = 0; p < kc; ++p)
-      for (int i = 0; i < MR; ++i) dst[p * MR + i] = alpha * a[i + p * lda];
+      for (int i = 0; i < MR; ++i) dst[p * MR + i] = alpha * a[i + p * ld];
   }
 }
 
@@ -90,17 +95,18 @@ void gemm_pack_b_panel(bool trans, int kc, int cols, const double* b, int ldb,
     return;
   }
   // Whole panel: NR source columns side by side, read four k at a time.
+  const ptrdiff_t ld = ldb;
   int p = 0;
   for (; p + 4 <= kc; p += 4)
     for (int j = 0; j < NR; ++j) {
-      const double* src = b + j * ldb + p;
+      const double* src = b + j * ld + p;
       dst[p * NR + j] = src[0];
       dst[(p + 1) * NR + j] = src[1];
       dst[(p + 2) * NR + j] = src[2];
       dst[(p + 3) * NR + j] = src[3];
     }
   for (; p < kc; ++p)
-    for (int j = 0; j < NR; ++j) dst[p * NR + j] = b[j * ldb + p];
+    for (int j = 0; j < NR; ++j) dst[p * NR + j] = b[j * ld + p];
 }
 
 // Padded panels: always MR values (NR) per k, zeros past the data.

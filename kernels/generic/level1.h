@@ -5,13 +5,14 @@
 #pragma once
 
 #include <cfenv>
+#include <cstddef>
 
 #include "kernels/generic/simd.h"
 
 namespace {
 
 // x := alpha*x. Alpha 0 stores zeros and reads nothing, so NaNs are cleared.
-inline void generic_xdscal(int n, double alpha, double* x, int incx) {
+inline void generic_xdscal(int n, double alpha, double* x, ptrdiff_t incx) {
   if (n < 1 || incx < 1) return;
   if (incx == 1) {
     if (alpha == 0.0) {
@@ -29,7 +30,8 @@ inline void generic_xdscal(int n, double alpha, double* x, int incx) {
 }
 
 // y := alpha*x + y
-inline void generic_xdaxpy(int n, double alpha, const double* x, int incx, double* y, int incy) {
+inline void generic_xdaxpy(int n, double alpha, const double* x, ptrdiff_t incx, double* y,
+                           ptrdiff_t incy) {
   if (n < 1 || alpha == 0.0) return;
   if (incx == 1 && incy == 1) {
     for (int i = 0; i < n; ++i) y[i] += alpha * x[i];
@@ -41,7 +43,8 @@ inline void generic_xdaxpy(int n, double alpha, const double* x, int incx, doubl
 }
 
 // y := x
-inline void generic_xdcopy(int n, const double* x, int incx, double* y, int incy) {
+inline void generic_xdcopy(int n, const double* x, ptrdiff_t incx, double* y,
+                           ptrdiff_t incy) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) {
     for (int i = 0; i < n; ++i) y[i] = x[i];
@@ -53,7 +56,7 @@ inline void generic_xdcopy(int n, const double* x, int incx, double* y, int incy
 }
 
 // x <-> y
-inline void generic_xdswap(int n, double* x, int incx, double* y, int incy) {
+inline void generic_xdswap(int n, double* x, ptrdiff_t incx, double* y, ptrdiff_t incy) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) {
     for (int i = 0; i < n; ++i) {
@@ -92,7 +95,8 @@ inline double generic_dot_unit(int n, const double* x, const double* y) {
   return s;
 }
 
-inline double generic_xddot(int n, const double* x, int incx, const double* y, int incy) {
+inline double generic_xddot(int n, const double* x, ptrdiff_t incx, const double* y,
+                            ptrdiff_t incy) {
   if (n < 1) return 0.0;
   if (incx == 1 && incy == 1) return generic_dot_unit(n, x, y);
   const double* xs = x + generic_vector_start(n, incx);
@@ -103,7 +107,7 @@ inline double generic_xddot(int n, const double* x, int incx, const double* y, i
 }
 
 // 0-based index of the first NaN among n strided values, or -1.
-inline int generic_first_nan(int n, const double* x, int incx) {
+inline int generic_first_nan(int n, const double* x, ptrdiff_t incx) {
   for (int i = 0; i < n; ++i) {
     const double v = x[i * incx];
     if (v != v) return i;
@@ -116,7 +120,7 @@ inline int generic_first_nan(int n, const double* x, int incx) {
 // becomes the maximum here). Each vector lane keeps its own running maximum
 // and the index where it was found, on a strict compare, so the lane keeps
 // its first maximum; the lanes merge by value, then by lower index.
-inline int generic_iamax_nonan(int n, const double* x, int incx, bool* saw_nan) {
+inline int generic_iamax_nonan(int n, const double* x, ptrdiff_t incx, bool* saw_nan) {
   constexpr int W = Simd::kWidth;
   // Absolute values by clearing the sign bit, and NaN tests by the quiet
   // unordered compare: only compares between two numbers are ever made.
@@ -178,7 +182,7 @@ inline int generic_iamax_nonan(int n, const double* x, int incx, bool* saw_nan) 
 // NaN rule: it only notes that some lane saw a NaN, and a second walk finds
 // the first one. Where the branch's vector compares signal on NaN, the
 // caller's exception flags are put back exactly as they were.
-inline int generic_xidamax(int n, const double* x, int incx) {
+inline int generic_xidamax(int n, const double* x, ptrdiff_t incx) {
   if (n < 1 || incx < 1) return 0;
   if (n == 1) return 1;
   fexcept_t saved_flags;

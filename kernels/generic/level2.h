@@ -15,7 +15,8 @@ namespace {
 
 // y := alpha*op(A)*x + beta*y. Beta 0 does not read y.
 inline void generic_xdgemv(char trans, int m, int n, double alpha, const double* a, int lda,
-                           const double* x, int incx, double beta, double* y, int incy) {
+                           const double* x, ptrdiff_t incx, double beta, double* y,
+                           ptrdiff_t incy) {
   if (m < 1 || n < 1) return;
   if (alpha == 0.0 && beta == 1.0) return;
   const bool t = trans != 'N';
@@ -68,8 +69,8 @@ inline void generic_xdgemv(char trans, int m, int n, double alpha, const double*
 }
 
 // C := beta*C + alpha*x*y'. Beta 0 does not read C.
-inline void generic_xdgemmger(int m, int n, double alpha, const double* x, int incx,
-                              const double* y, int incy, double beta, double* c, int ldc) {
+inline void generic_xdgemmger(int m, int n, double alpha, const double* x, ptrdiff_t incx,
+                              const double* y, ptrdiff_t incy, double beta, double* c, int ldc) {
   if (m < 1 || n < 1) return;
   if (alpha == 0.0 && beta == 1.0) return;
   const double* xs = x + generic_vector_start(m, incx);
@@ -99,7 +100,7 @@ inline void generic_xdgemmger(int m, int n, double alpha, const double* x, int i
 // products down a column. Each value is divided by its diagonal with a true
 // division; 'U' never reads the diagonal.
 inline void generic_xdtrsv(char uplo, char trans, char diag, int n, const double* a, int lda,
-                           double* x, int incx) {
+                           double* x, ptrdiff_t incx) {
   if (n < 1 || incx == 0) return;
   const bool t = trans != 'N';
   const bool unit = diag == 'U';

@@ -8,6 +8,8 @@
 
 #include <immintrin.h>
 
+#include <cstddef>
+
 namespace {
 
 #if defined(__AVX512F__)
@@ -101,8 +103,12 @@ inline int generic_min(int a, int b) { return a < b ? a : b; }
 inline int generic_max(int a, int b) { return a > b ? a : b; }
 
 // Offset of the first element a BLAS vector walk touches: with a negative
-// increment the walk starts at the far end.
-inline int generic_vector_start(int n, int inc) { return inc >= 0 ? 0 : (1 - n) * inc; }
+// increment the walk starts at the far end. Increments and offsets are
+// ptrdiff_t in the generic forms: a far element lies beyond 2^31 in a 64-bit
+// build.
+inline ptrdiff_t generic_vector_start(int n, ptrdiff_t inc) {
+  return inc >= 0 ? 0 : (1 - n) * inc;
+}
 
 // BLAS characters fold their case.
 inline char generic_upper(const char* c) {

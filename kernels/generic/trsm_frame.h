@@ -106,8 +106,9 @@ inline bool trsm_reciprocal_safe(double d) {
 // reciprocal (always, for a unit diagonal, which is not read).
 inline bool trsm_diagonal_safe(const TrsmFrame& f, int r0, int len) {
   if (f.unit) return true;
+  const ptrdiff_t diagonal_step = static_cast<ptrdiff_t>(f.lda) + 1;
   for (int i = r0; i < r0 + len; ++i)
-    if (!trsm_reciprocal_safe(f.a[static_cast<ptrdiff_t>(i) * (f.lda + 1)])) return false;
+    if (!trsm_reciprocal_safe(f.a[i * diagonal_step])) return false;
   return true;
 }
 

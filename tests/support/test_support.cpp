@@ -8,6 +8,7 @@
 #include <sstream>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +47,35 @@ void ref_dgemm(char ta, char tb, int m, int n, int k, double alpha, const double
       double& cij = c[i + static_cast<size_t>(j) * ldc];
       cij = beta == 0.0 ? alpha * s : alpha * s + beta * cij;
     }
+}
+
+FarMatrix::FarMatrix(int rows, int cols, int lead) : m(rows), n(cols), ld(lead) {
+  if (!possible() || rows < 1 || cols < 1 || lead < rows) return;
+  bytes_ = (static_cast<std::size_t>(cols - 1) * static_cast<std::size_t>(lead) +
+            static_cast<std::size_t>(rows)) *
+           sizeof(double);
+  void* p = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (p == MAP_FAILED) return;
+  // A huge page for each touched column would cost 2 MiB a column.
+  madvise(p, bytes_, MADV_NOHUGEPAGE);
+  base_ = static_cast<double*>(p);
+}
+
+FarMatrix::~FarMatrix() {
+  if (base_ != nullptr) munmap(base_, bytes_);
+}
+
+void FarMatrix::load(const Matrix& a) {
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < m; ++i) (*this)(i, j) = a(i, j);
+}
+
+Matrix FarMatrix::compact() const {
+  Matrix a(m, n);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < m; ++i) a(i, j) = base_[i + static_cast<std::ptrdiff_t>(j) * ld];
+  return a;
 }
 
 int ref_dgetrf(int m, int n, double* a, int lda, int* ipiv) {

@@ -2,6 +2,7 @@
 // random matrices, environment guards and a runner for the real binary.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -58,6 +59,33 @@ inline int packed_offset(int i, int p, int len, int depth, int tile) {
     start += h;
   }
 }
+
+// A matrix whose columns lie `ld` elements apart in a reservation of address
+// space that is backed only where it is touched, so that element offsets pass
+// 2^31 (and byte offsets 2^32) at the cost of a page or so per column. Where
+// the address space is too small for it (the i386 build), data() is null.
+class FarMatrix {
+ public:
+  FarMatrix(int rows, int cols, int lead);
+  ~FarMatrix();
+  FarMatrix(const FarMatrix&) = delete;
+  FarMatrix& operator=(const FarMatrix&) = delete;
+
+  // Whether this build's address space can hold far matrices at all.
+  static bool possible() { return sizeof(void*) >= 8; }
+
+  double* data() { return base_; }
+  double& operator()(int i, int j) { return base_[i + static_cast<std::ptrdiff_t>(j) * ld]; }
+  // The m by n values of `a`, and back into a compact matrix (ld = m).
+  void load(const Matrix& a);
+  Matrix compact() const;
+
+  const int m, n, ld;
+
+ private:
+  double* base_ = nullptr;
+  std::size_t bytes_ = 0;
+};
 
 // Sets an environment variable for the lifetime of the guard and restores
 // the old value (or its absence) afterwards.
