@@ -17,7 +17,6 @@
 #include <immintrin.h>
 
 #include <cstddef>
-#include <cstdint>
 
 #include "kernels/generic/gemm_driver.h"
 #include "kernels/generic/gemm_pack.h"
@@ -205,13 +204,9 @@ inline void avx512_pack_b_t(int kc, const double* b, int ldb, double* dst) {
                           _mm512_maskz_loadu_pd(kPackColsMask, b + (ptrdiff_t)p * ldb));
 }
 
-// Largest ldb whose gather indices, 32-bit lanes, reach the panel's last
-// column: beyond it (only in a 64-bit build) the plain loops copy.
-constexpr int kGatherMaxLdb = (INT32_MAX - kPackCols) / (kPackCols - 1);
-
 inline void avx512_pack_b_panel(bool trans, int kc, int cols, const double* b, int ldb,
                                 double* dst) {
-  if (cols != kPackCols || (!trans && ldb > kGatherMaxLdb))
+  if (cols != kPackCols)
     gemm_pack_b_panel<kPackCols>(trans, kc, cols, b, ldb, dst);
   else if (trans)
     avx512_pack_b_t(kc, b, ldb, dst);

@@ -140,7 +140,7 @@ inline void gemm_register_tile(int kc, const double* __restrict a, const double*
   for (int j = 0; j < NR; ++j)
 #pragma GCC unroll 32
     for (int i = 0; i < MV; ++i) {
-      double* cc = c + j * ldc + i * V::width;
+      double* cc = c + j * (ptrdiff_t)ldc + i * V::width;
       if (B0)
         V::store(cc, acc[i][j]);
       else

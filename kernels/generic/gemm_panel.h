@@ -21,12 +21,12 @@ struct GemmPanelArgs {
   const double* a;       // packed A panel: kc slices of the tile's rows
   const double* b;       // ntiles packed B panels, kc slices of a tile's columns, one after the other
   double* c;             // top-left element of the first tile
-  int ldc_bytes;         // column stride of C in bytes
+  ptrdiff_t ldc_bytes;   // column stride of C in bytes
   int kc;                // depth, at least 1
   int ntiles;            // whole tiles, at least 1
   int b0;                // non-zero: store the product, C is not read
   const char* const* pf_starts;  // per tile, where its level-2 prefetches start, or null
-  int pf_stride;                 // bytes from one prefetch to the next
+  ptrdiff_t pf_stride;           // bytes from one prefetch to the next
   int pf_count;                  // prefetches per tile
   const char* run;               // a run of lines fetched into the second-level cache, or null
   int run_count;                 // lines of it per tile
@@ -89,7 +89,7 @@ void gemm_panel_walk(GemmPanelRoutine* routine, int kc, const double* a, const d
   const int panel_lines = gemm_lines(R::mr * kc * (int)sizeof(double));
   GemmPanelArgs args;
   args.a = a;
-  args.ldc_bytes = ldc * (int)sizeof(double);
+  args.ldc_bytes = ldc * (ptrdiff_t)sizeof(double);
   args.kc = kc;
   args.b0 = b0 ? 1 : 0;
   args.pf_starts = nullptr;
@@ -124,7 +124,7 @@ void gemm_panel_walk(GemmPanelRoutine* routine, int kc, const double* a, const d
   } else if (src != nullptr && src->a != nullptr && !src->ta) {
     // One run of the panel's rows per k, lda apart.
     args.pf_count = (kc + nlist - 1) / nlist;
-    args.pf_stride = src->lda * (int)sizeof(double);
+    args.pf_stride = src->lda * (ptrdiff_t)sizeof(double);
     for (int t = 0; t < nlist; ++t)
       starts[t] = reinterpret_cast<const char*>(
           src->a + (ptrdiff_t)gemm_min(t * args.pf_count, kc - 1) * src->lda);
