@@ -5,9 +5,11 @@
 //   bench_blas dgemm avx512 N N 4000 4000 4000 3
 //   bench_blas trsm avx2 4000 4000 4000 2
 //   bench_blas dgemv all N N 10000 10000 1 3
+//   bench_blas lu n [repetitions]
 //
 // op is dgemm, trsm or dgemv (a row of kOps each; the last two live in
-// bench_trsm.cpp and bench_dgemv.cpp). Times are
+// bench_trsm.cpp and bench_dgemv.cpp), or lu (bench_lu.cpp: DGETRF on the
+// branch the dispatch chose). Times are
 // the thread's own processor time, not the wall clock: on a machine shared
 // with other work the wall clock also counts the time this thread waited to
 // be scheduled, which the processor time leaves out. A DGEMM call is set
@@ -70,12 +72,21 @@ const Op kOps[] = {{"dgemm", run_dgemm}, {"trsm", run_trsm}, {"dgemv", run_dgemv
 void usage() {
   std::fprintf(stderr,
                "usage: bench_blas [op] [branch|all] [transa transb] [m n k] [repetitions]\n"
+               "       bench_blas lu n [repetitions]\n"
                "  op: dgemm trsm dgemv; branch: sse2 cnr_sse2 ssse3 sse42 avx avx2 avx512 all\n");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc >= 3 && std::strcmp(argv[1], "lu") == 0) {
+    const int n = std::atoi(argv[2]), reps = argc > 3 ? std::atoi(argv[3]) : 3;
+    if (n < 1 || reps < 1) {
+      usage();
+      return 1;
+    }
+    return bench_lu(n, reps) > 0.0 ? 0 : 1;
+  }
   const Op* op = &kOps[0];
   std::string branch = "avx512";
   Shape s;

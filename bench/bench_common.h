@@ -60,13 +60,18 @@ double bench_median(std::vector<double> v);
 // ratio is returned, with the median ratio of all calls beside it. The
 // clock of this machine moves by up to 15 % within a second: the best of a
 // few short peak windows catches a high moment that a call of seconds
-// cannot, and understates every ratio by several points.
-template <class F>
-BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f) {
+// cannot, and understates every ratio by several points. `prepare` runs
+// before each call, untimed (restoring operands the call overwrites).
+struct BenchNothing {
+  void operator()() const {}
+};
+template <class F, class P = BenchNothing>
+BenchRate bench_bracketed(const BenchBranch& br, int reps, double flops, F f, P prepare = {}) {
   BenchRate best = {0.0, 0.0};
   std::vector<double> ratios;
   double before = bench_peak_window(br, flops);
   for (int r = 0; r < reps; ++r) {
+    prepare();
     const double t0 = bench_thread_seconds();
     f();
     const double dt = bench_thread_seconds() - t0;
@@ -110,3 +115,6 @@ inline void bench_fill(std::vector<double>& v, unsigned seed) { bench_fill(v.dat
 // own table and returns its headline rate in flop/s.
 double bench_trsm(const BenchBranch& br, int m, int n, int reps);
 double bench_dgemv(const BenchBranch& br, int m, int n, int reps);
+// The lu row (bench_lu.cpp): DGETRF of order n on the branch the dispatch
+// chose, against that branch's peak; prints its own line.
+double bench_lu(int n, int reps);
