@@ -8,8 +8,23 @@
 
 namespace {
 
-// Below this many rows or columns the packing would not pay for itself.
+// Below this many rows or columns the packing would not pay for itself. In
+// 64-bit mode a deep product (K at least that) with one side that long and
+// the other at least kNocopyBelowShort packs too: the packing-free path
+// would copy its A panels again for every column block. Shallow ones stay
+// packing-free: the LU's panel updates (K of 48) ran faster that way.
 constexpr int kNocopyBelow = 192;
+#if defined(__x86_64__)
+constexpr int kNocopyBelowShort = 96;
+#else
+constexpr int kNocopyBelowShort = kNocopyBelow;
+#endif
+
+bool avx512_packs(int m, int n, int k) {
+  const int lo = m < n ? m : n, hi = m < n ? n : m;
+  if (lo >= kNocopyBelow) return true;
+  return hi >= kNocopyBelow && lo >= kNocopyBelowShort && k >= kNocopyBelow;
+}
 
 }  // namespace
 
@@ -36,11 +51,11 @@ extern "C" void tarn_blas_avx512_xdgemm(const char* transa, const char* transb, 
   if (*alpha == 0.0)
     packed = true;
   else if (!ta)
-    packed = !(mm < kNocopyBelow || nn < kNocopyBelow);
+    packed = avx512_packs(mm, nn, kk);
   else if (mm > nn && mm >= kk)
     packed = true;
   else
-    packed = !(mm < kNocopyBelow || nn < kNocopyBelow);
+    packed = avx512_packs(mm, nn, kk);
   if (packed)
     gemm_packed_path<Avx512Gemm>(kGemmLoopOrderRowsFirst, ta, tb, mm, nn, kk, *alpha, a, *lda, b,
                                  *ldb, *beta, c, *ldc);

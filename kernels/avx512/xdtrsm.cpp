@@ -17,7 +17,7 @@ namespace {
 #if defined(__x86_64__)
 // The diagonal block of the solve and the bound of its column block.
 struct Avx512TrsmSizes {
-  static constexpr int kc_large = 256, nc_max = 256;
+  static constexpr int kc_large = 192, nc_max = 256;
 };
 using Avx512TrsmGemm = GemmRegisterTileRecord<GemmLanes<8>, 2, 8, Avx512TrsmSizes>;
 #else
