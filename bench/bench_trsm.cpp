@@ -7,13 +7,8 @@
 // m is the order of A, n the number of right-hand sides (k is not used by
 // the solve; the DGEMM is m by n by m). Flops of a left solve: m*m*n. Times
 // are the thread's processor time; each figure is the best of the
-// repetitions, with B restored (untimed) before every solve.
-//
-// Measured here (one thread, m = n = 4000, best of 2):
-//   avx512: dgemm 60.9 GFlops; LLNU 59.7 (98 % of dgemm), LUNN 57.9 (95 %)
-//   avx2:   dgemm 31.6 GFlops; LLNU 30.9 (98 % of dgemm), LUNN 29.9 (95 %)
-// and at m = n = 2000, one repetition: avx 13.3 and 12.9 GFlops against a
-// dgemm of 16.4 (81 %, 79 %). The target is 75 % on avx2 and avx512.
+// repetitions, with B restored (untimed) before every solve. Figures are
+// in bench/PERFORMANCE.md.
 
 #include <cmath>
 #include <cstdio>

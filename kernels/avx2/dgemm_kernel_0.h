@@ -1,19 +1,20 @@
 // Packed micro-kernel of the avx2 branch and the records that drive the
 // shared blocked GEMM, the packing-free driver and the descriptor layer
-// with it. The tile is 28 by 1: seven accumulators of four rows, A taken
-// from memory as the fused multiply-add's operand, one register for the
-// broadcast B value.
-// Seven chains bound it at 7/8 of the peak, where six accumulators (the
-// 12 by 2 and 4 by 6 tiles) stop at 6/8. Measured here on one packed panel
-// in the first-level cache: 28x1 70 % of the peak loop, 4x6 50 %, 12x2 and
-// 8x3 33 % (the compiler spills those). The A panel of 28 rows must stay in
-// the first-level cache, so the depth block follows that cache's size
-// (gemm_depth_for_l1). With a 48 KiB cache the kernel ran at 78 % with a
-// depth of 192 (42 KiB), at 70 % with 128 (the per-tile overhead weighs
-// more), at 57 % with 256 (the panel no longer fits). With a 32 KiB cache
-// the product at m=n=k=4000 ran at 74 % with 96, 75 % with 128, 73 % with
-// 144, 51 % with 160 and 48 % with 192: past 128 the panel no longer fits,
-// and seven A loads a step from the second level halve the rate.
+// with it. The target decides the tile; everything around it is shared.
+//
+// 64-bit mode, sixteen registers: 8 rows by 6 columns, twelve accumulators
+// in two vectors per column, the two A vectors of the current k and two
+// broadcast registers; the walk of a full panel is the assembly routine of
+// dgemm_panel_kernel.cpp.
+//
+// 32-bit mode, eight registers: 28 by 1, seven accumulators of four rows, A
+// taken from memory as the fused multiply-add's operand, one register for
+// the broadcast B value. Seven chains bound it at 7/8 of the peak, where six
+// accumulators (the 12 by 2 and 4 by 6 tiles) stop at 6/8.
+//
+// Either way the A panel must stay in the first-level cache, so the depth
+// block follows that cache's size (gemm_depth_for_l1). The figures behind
+// these choices are in bench/PERFORMANCE.md.
 //
 // Included only by kernels/avx2/*.cpp (anonymous namespace).
 #pragma once

@@ -1,11 +1,11 @@
 // avx2: the one-thread triangular solve. Narrow orders go to xdtrsm_v1;
 // the rest is described by the product's records and solved by the packed
 // drivers: the updates beyond each diagonal block run this branch's DGEMM,
-// the tiles of the block a 4 by 6 micro-kernel of the product's vector
-// record (six accumulators, the A vector, one broadcast register). The
-// product's own 28 by 1 tile would make every tile a 28-row triangle
-// against a single right-hand side; measured with the 4 by 6 tile at
-// m = n = 4000: about 90 % of the branch's DGEMM rate.
+// the tiles of the block a micro-kernel whose height is a power of two (the
+// tile's inverse triangle is applied as one vector per column): in 64-bit
+// mode the product's own 8 by 6 tile, compiled; in 32-bit mode a 4 by 6
+// tile of the product's vector record, as the product's 28 by 1 tile would
+// make every tile a 28-row triangle against a single right-hand side.
 #include <immintrin.h>
 
 #include "kernels/avx2/dgemm_kernel_0.h"
@@ -16,14 +16,14 @@
 namespace {
 
 // The diagonal block of the solve, the product's depth block with a 48 KiB
-// first-level cache (the 4-row panels of this tile fit any such cache at
-// this depth); nc_max bounds its column block.
+// first-level cache (the 8- and 4-row panels of these tiles fit any such
+// cache at this depth); nc_max bounds its column block.
 struct Avx2TrsmSizes {
   static constexpr int kc_large = 192, nc_max = 192;
 };
 
 #if defined(__x86_64__)
-using Avx2TrsmGemm = GemmRegisterTileRecord<GemmLanes<4>, 2, 6, Avx2TrsmSizes>;  // the product's
+using Avx2TrsmGemm = GemmRegisterTileRecord<GemmLanes<4>, 2, 6, Avx2TrsmSizes>;
 #else
 using Avx2TrsmGemm = GemmVectorTileRecord<GemmLanes<4>, 6, Avx2TrsmSizes>;
 #endif

@@ -1,15 +1,11 @@
 // The copies of the avx512 packed GEMM in 512-bit registers: the same
-// formats as gemm_pack_a_panel (k-major, 8 rows per k, times alpha) and
-// gemm_pack_b_panel (k-major, 7 columns per k), which they fall back to for
-// a narrower panel.
-//
-// Measured alone on the 4000 by 4000 operand, depth blocks of 384, one
-// thread: the transposed copy from 31 to 20 ms (the plain loops wrote the
-// panel one row at a time, 8 passes of scattered 8-byte stores; here 8 by 8
-// blocks are turned in registers and each k's row is one 64-byte store);
-// the plain copy stays at 23-25 ms, the time of reading its source: that
-// is hidden instead by prefetching the next panel's source during the
-// kernel (gemm_panel_times_block's next_src).
+// formats as gemm_pack_a_panel (k-major, the tile's rows per k, times
+// alpha) and gemm_pack_b_panel (k-major, the tile's columns per k), which
+// they fall back to for a narrower panel. Panels whose rows are columns of
+// the source are turned in registers 8 by 8, so that each k's row of eight
+// is one 64-byte store (the plain loops wrote a transposed panel one row
+// at a time, in scattered 8-byte stores); a plain copy is bound by reading
+// its source, which the walk fetches ahead (gemm_panel.h).
 //
 // Included only by kernels/avx512/*.cpp (anonymous namespace).
 #pragma once
@@ -152,14 +148,9 @@ inline void avx512_pack_b_panel(bool trans, int kc, int cols, const double* b, i
 
 // Columns of op(B), 7 per panel, into dst[p*7 + j]. Not transposed: 8 k
 // at a time, the 56 packed values are 7 gathers of 8 (the index of packed
-// value e = 8q + l is (e % 7) columns and e / 7 k on). Measured on blocks of
-// 196 by 384 already in the second-level cache: 4.1 ms for the 4000
-// product's 231 blocks, against 10.1 ms for the plain loops and 5.3 ms for
-// 8 by 8 turns in registers with masked stores. From memory the copy is
-// bound by the rate of reading its source (about 11.6 GB/s here: 13.7 ms
-// for the plain loops, 11.8 ms with gathers, 11.1 ms with the next panel's
-// columns fetched into the second-level cache meanwhile). Transposed: 7
-// contiguous values per k, one masked load and store.
+// value e = 8q + l is (e % 7) columns and e / 7 k on), which measured
+// faster than plain loops and than 8 by 8 turns with masked stores.
+// Transposed: 7 contiguous values per k, one masked load and store.
 constexpr int kPackCols = 7;
 constexpr __mmask8 kPackColsMask = 0x7f;
 

@@ -104,7 +104,7 @@ inline void gemm_memory_a_tile(int kc, const double* __restrict a, const double*
 // the current k held in registers: MV*NR accumulators, MV A registers and a
 // broadcast register or two. Needs the sixteen or thirty-two vector
 // registers of 64-bit mode for tiles of more than one vector (3 by 8 in
-// 512-bit registers, 3 by 4 in 256-bit ones).
+// 512-bit registers, 2 by 6 in 256-bit ones).
 template <class V, int MV, int NR, bool B0>
 inline void gemm_register_tile(int kc, const double* __restrict a, const double* __restrict b,
                                double* c, int ldc, const GemmPrefetch& pf) {
@@ -151,6 +151,8 @@ inline void gemm_register_tile(int kc, const double* __restrict a, const double*
 template <class V, int MV, int NR, class Sizes>
 struct GemmRegisterTileRecord : Sizes {
   static constexpr int mr = MV * V::width, nr = NR;
+  // Out of line, so that the tile's loop has the general registers to
+  // itself.
   __attribute__((noinline)) static void kernel(int kc, const double* a, const double* b,
                                                double* c, int ldc, const GemmPrefetch& pf) {
     gemm_register_tile<V, MV, NR, false>(kc, a, b, c, ldc, pf);
